@@ -1,0 +1,10 @@
+# Applies the sanitizer selected by KORVA_SANITIZE to everything built after this point.
+if(KORVA_SANITIZE STREQUAL "address")
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+elseif(KORVA_SANITIZE STREQUAL "thread")
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+elseif(NOT KORVA_SANITIZE STREQUAL "")
+  message(FATAL_ERROR "KORVA_SANITIZE must be empty, address or thread (got '${KORVA_SANITIZE}')")
+endif()

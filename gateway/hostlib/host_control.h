@@ -1,0 +1,124 @@
+// The gateway side of the host library: how korva-gateway and the test harness configure the
+// host services that a protocol plug-in calls through host/. None of this is visible to a
+// plug-in. All functions are thread-safe unless noted.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/config_mgr.h"
+
+namespace korva::host {
+
+// ---- Configuration -------------------------------------------------------------------------
+
+void setUserConfig(bool activated, const std::string& realm);
+// nullopt: QX_GatewayCfgBus_GetAccessProtocol returns null.
+void setNetworkConfig(const std::optional<QXConfigMgr::NetworkPorts>& ports);
+
+// ---- Digest authentication -----------------------------------------------------------------
+
+enum class DigestAlgorithm { kMd5, kSha256 };
+
+struct AuthSettings {
+    DigestAlgorithm algorithm = DigestAlgorithm::kMd5;
+    int maxAttempts = 5;           // wrong passwords before the user is locked
+    int lockSeconds = 180;         // how long a lock lasts
+    int nonceLifetimeSeconds = 300;
+};
+
+struct Account {
+    std::string name;
+    std::string password;
+    std::string devIndex;  // device bound to the account
+};
+
+// Replaces the accounts and settings (lock-out state and nonce counts are reset).
+void setAccounts(const std::vector<Account>& accounts, const AuthSettings& settings);
+
+// ---- Devices and the device configuration bus ----------------------------------------------
+
+// One request relayed by QX_DeviceCfgBus_ProcessAsyn.
+struct DeviceRequest {
+    int method = 0;        // 0 GET, 1 PUT, 2 POST, 3 DELETE
+    std::string path;      // the gateway URL before "?"
+    std::string url;       // the whole gateway URL
+    std::string devIndex;  // from the URL's devIndex parameter
+    std::string body;
+};
+
+// Answers one request. Call at most once, from any thread; a reply after the timeout (or
+// after a detach) is dropped. Bytes are passed to the plug-in's callback as they are.
+using DeviceReply = std::function<void(std::string bytes)>;
+
+// A device reachable through the bus: a simulated camera or a scripted test device.
+class DeviceEndpoint {
+public:
+    virtual ~DeviceEndpoint() = default;
+    // Called on a bus worker thread. May reply now, later (keep the DeviceReply), or never.
+    virtual void handle(const DeviceRequest& request, DeviceReply reply) = 0;
+};
+
+// Adds (or replaces) a device and marks it attached; notifies event 0 when it was detached.
+void attachDevice(const std::string& devIndex, std::shared_ptr<DeviceEndpoint> endpoint);
+// Marks a known device attached again (event 0). False when unknown.
+bool reattachDevice(const std::string& devIndex);
+// Marks a device detached: lookups fail, relays are refused, event 1 is notified. False when
+// unknown or already detached.
+bool detachDevice(const std::string& devIndex);
+// Forgets every device (no notifications).
+void clearDevices();
+
+struct DeviceState {
+    std::string devIndex;
+    bool attached = false;
+};
+std::vector<DeviceState> listDevices();
+
+// ---- Alarm bus -------------------------------------------------------------------------------
+
+// Queues one alarm document for delivery. devIndex empty: to every subscription; otherwise to
+// the subscriptions that include the device.
+void publishAlarm(const std::string& devIndex, const std::string& bytes);
+// Forgets every subscription (QX_AlarmBus_CheckIDValid then reports 0).
+void resetAlarmBus();
+
+struct SubscriptionState {
+    int id = 0;
+    bool started = false;
+    std::vector<std::string> devices;
+};
+std::vector<SubscriptionState> listSubscriptions();
+// Blocks until every alarm published before the call has been delivered (tests).
+void flushAlarms();
+
+// ---- Logging -------------------------------------------------------------------------------
+
+// Lines below this level are dropped (default 3).
+void setLogLevel(int level);
+// Receives every line that passes the level, instead of stderr. Empty: back to stderr.
+using LogSink = std::function<void(int level, const std::string& module, const std::string& text)>;
+void setLogSink(LogSink sink);
+
+// ---- Clock and timers (tests) ----------------------------------------------------------------
+
+// Switches KVL_GetTimeTick to a manual clock starting at `start`; timers then never fire on
+// their own, only through advanceClock.
+void useManualClock(uint32_t start);
+// Advances the manual clock by ms, running every timer that falls due, in time order, on the
+// calling thread.
+void advanceClock(uint32_t ms);
+// Back to the real clock and timer thread.
+void useRealClock();
+
+// ---- Lifetime --------------------------------------------------------------------------------
+
+// Stops the host's threads (bus workers, alarm delivery, notifications, timers), dropping queued
+// work. Call after the plug-in has been uninitialised.
+void shutdown();
+
+}  // namespace korva::host

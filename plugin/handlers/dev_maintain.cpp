@@ -1,0 +1,14 @@
+#include "plugin/handlers/dev_maintain.h"
+
+namespace QXKORVAProtocol {
+
+// Declines every request and answer until the resources of this handler are built.
+int CDevMaintain::matchURL(const std::string&, unsigned char) { return -1; }
+
+int CDevMaintain::covertRsp(std::string*, const Json::Value&, const std::string&, int) { return -1; }
+
+int CDevMaintain::covertUrlandBody(std::string*, std::string*, const ExchangeHolder&, const std::string&) {
+    return -1;
+}
+
+}  // namespace QXKORVAProtocol

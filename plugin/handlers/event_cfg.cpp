@@ -1,0 +1,14 @@
+#include "plugin/handlers/event_cfg.h"
+
+namespace QXKORVAProtocol {
+
+// Declines every request and answer until the resources of this handler are built.
+int CEventCfg::matchURL(const std::string&, unsigned char) { return -1; }
+
+int CEventCfg::covertRsp(std::string*, const Json::Value&, const std::string&, int) { return -1; }
+
+int CEventCfg::covertUrlandBody(std::string*, std::string*, const ExchangeHolder&, const std::string&) {
+    return -1;
+}
+
+}  // namespace QXKORVAProtocol

@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs the Debian packages this project builds and tests with, when any is missing.
+# Safe to run repeatedly: it does nothing when everything is present.
+set -euo pipefail
+
+PACKAGES=(
+  build-essential cmake ninja-build pkg-config
+  libjsoncpp-dev libpugixml-dev libboost-dev libssl-dev
+  googletest libgtest-dev libgmock-dev libbenchmark-dev
+  curl python3 python3-requests
+)
+
+missing=()
+for p in "${PACKAGES[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+    missing+=("$p")
+  fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+
+echo "install-deps: installing ${missing[*]}" >&2
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
