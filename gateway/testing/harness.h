@@ -82,6 +82,9 @@ class TestRequest {
 public:
     TestRequest(unsigned char method, std::string url, std::string body = {},
                 std::map<std::string, std::string> headers = {});
+    // Copies share the exchange; each copy's holder points at its own body text.
+    TestRequest(const TestRequest& other);
+    TestRequest& operator=(const TestRequest& other);
 
     const ExchangeHolder& holder() const { return m_holder; }
     RecordingExchange& exchange() const { return *m_exchange; }

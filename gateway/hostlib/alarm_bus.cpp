@@ -1,0 +1,281 @@
+// The alarm bus: subscriptions to the alarms of a set of devices, and the one delivery thread
+// that hands every published alarm to the data routines of the started subscriptions.
+#include "host/alarm_bus.h"
+
+#include <json/json.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "gateway/hostlib/bus_internal.h"
+#include "gateway/hostlib/task_queue.h"
+#include "host/qx_log.h"
+
+namespace korva::host {
+namespace {
+
+constexpr char kModule[] = "ALARMBUS";
+// Alarms waiting for delivery; beyond this new alarms are dropped.
+constexpr size_t kQueueCapacity = 1024;
+
+// Results of the QX_AlarmBus_* functions.
+enum : int { kOk = 0, kBadArguments = 1, kUnknownSubscription = 4, kUnknownDevice = 5 };
+
+std::string statusReply(int result) {
+    switch (result) {
+        case kOk:
+            return R"({"statusCode":1,"statusString":"OK","subStatusCode":"ok"})";
+        case kBadArguments:
+            return R"({"statusCode":6,"statusString":"Content Error","subStatusCode":"badParameters"})";
+        case kUnknownSubscription:
+            return R"({"statusCode":4,"statusString":"Invalid Operation","subStatusCode":"invalidSubscribeId"})";
+        default:
+            return R"({"statusCode":4,"statusString":"Invalid Operation","subStatusCode":"invalidDevice"})";
+    }
+}
+
+int answer(std::string* reply, int result) {
+    if (reply != nullptr) *reply = statusReply(result);
+    return result;
+}
+
+std::optional<Json::Value> parseObject(const std::string& text) {
+    Json::CharReaderBuilder builder;
+    builder["failIfExtra"] = true;
+    builder["rejectDupKeys"] = true;
+    Json::Value root;
+    std::string errors;
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    if (!reader->parse(text.data(), text.data() + text.size(), &root, &errors)) return std::nullopt;
+    if (!root.isObject()) return std::nullopt;
+    return root;
+}
+
+// An optional member that, when present, must be a string.
+bool optionalString(const Json::Value& object, const char* name) {
+    return !object.isMember(name) || object[name].isString();
+}
+
+// One device entry: {"devIndex":"...","uploadMode":"all"}; the device index, or nullopt.
+std::optional<std::string> readDeviceEntry(const Json::Value& entry) {
+    if (!entry.isObject() || !entry.isMember("devIndex")) return std::nullopt;
+    const Json::Value& devIndex = entry["devIndex"];
+    if (!devIndex.isString() || devIndex.asString().empty()) return std::nullopt;
+    if (!optionalString(entry, "uploadMode")) return std::nullopt;
+    return devIndex.asString();
+}
+
+// {"SubscribeDeviceMgmt":{"DevEventList":[{"Dev":{..}}],"eventMode":"device"}}: the devices.
+std::optional<std::vector<std::string>> readSubscribeBody(const std::string& body) {
+    const std::optional<Json::Value> root = parseObject(body);
+    if (!root || !root->isMember("SubscribeDeviceMgmt")) return std::nullopt;
+    const Json::Value& mgmt = (*root)["SubscribeDeviceMgmt"];
+    if (!mgmt.isObject() || !optionalString(mgmt, "eventMode")) return std::nullopt;
+    if (!mgmt.isMember("DevEventList") || !mgmt["DevEventList"].isArray()) return std::nullopt;
+    std::vector<std::string> devices;
+    for (const Json::Value& item : mgmt["DevEventList"]) {
+        if (!item.isObject() || !item.isMember("Dev")) return std::nullopt;
+        std::optional<std::string> devIndex = readDeviceEntry(item["Dev"]);
+        if (!devIndex) return std::nullopt;
+        if (std::find(devices.begin(), devices.end(), *devIndex) == devices.end()) {
+            devices.push_back(std::move(*devIndex));
+        }
+    }
+    return devices;
+}
+
+// {"SubscribeDevEvent":{"devIndex":..,"uploadMode":"all"}}: the device index.
+std::optional<std::string> readAddDeviceBody(const std::string& body) {
+    const std::optional<Json::Value> root = parseObject(body);
+    if (!root || !root->isMember("SubscribeDevEvent")) return std::nullopt;
+    return readDeviceEntry((*root)["SubscribeDevEvent"]);
+}
+
+struct Subscription {
+    QX_AlarmDataCallBack callback = nullptr;
+    void* user = nullptr;
+    bool started = false;
+    std::vector<std::string> devices;  // in order of addition, no duplicates
+
+    bool includes(const std::string& devIndex) const {
+        return std::find(devices.begin(), devices.end(), devIndex) != devices.end();
+    }
+};
+
+class AlarmBus {
+  public:
+    static AlarmBus& instance() {
+        static auto* bus = new AlarmBus;  // never destroyed: its thread may outlive main
+        return *bus;
+    }
+
+    int subscribe(int* subscribeId, std::string* reply, const std::string& body,
+                  QX_AlarmDataCallBack callback, void* user) {
+        if (subscribeId == nullptr || callback == nullptr) return answer(reply, kBadArguments);
+        std::optional<std::vector<std::string>> devices = readSubscribeBody(body);
+        if (!devices) return answer(reply, kBadArguments);
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const int id = m_nextId++;
+        m_subscriptions[id] = Subscription{callback, user, false, std::move(*devices)};
+        *subscribeId = id;
+        if (reply != nullptr) {
+            *reply = R"({"statusCode":1,"statusString":"OK","subStatusCode":"ok","subscribeId":)" +
+                     std::to_string(id) + "}";
+        }
+        return kOk;
+    }
+
+    int start(int id) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        Subscription* subscription = findLocked(id);
+        if (subscription == nullptr) return kUnknownSubscription;
+        subscription->started = true;
+        return kOk;
+    }
+
+    int addDevice(std::string* reply, int id, const std::string& devIndex,
+                  const std::string& body) {
+        const std::optional<std::string> named = readAddDeviceBody(body);
+        if (devIndex.empty() || !named || *named != devIndex) return answer(reply, kBadArguments);
+        std::lock_guard<std::mutex> lock(m_mutex);
+        Subscription* subscription = findLocked(id);
+        if (subscription == nullptr) return answer(reply, kUnknownSubscription);
+        if (!subscription->includes(devIndex)) subscription->devices.push_back(devIndex);
+        return answer(reply, kOk);
+    }
+
+    int deleteDevice(std::string* reply, int id, const std::string& devIndex) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        Subscription* subscription = findLocked(id);
+        if (subscription == nullptr) return answer(reply, kUnknownSubscription);
+        if (std::erase(subscription->devices, devIndex) == 0) return answer(reply, kUnknownDevice);
+        return answer(reply, kOk);
+    }
+
+    int unsubscribe(std::string* reply, int id) {
+        const bool fromDelivery = m_delivery.onQueueThread();
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (m_subscriptions.erase(id) == 0) return answer(reply, kUnknownSubscription);
+        if (!fromDelivery) m_routineDone.wait(lock, [&] { return m_running != id; });
+        return answer(reply, kOk);
+    }
+
+    bool known(int id) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_subscriptions.count(id) != 0;
+    }
+
+    void reset() {
+        const bool fromDelivery = m_delivery.onQueueThread();
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_subscriptions.clear();
+        if (!fromDelivery) m_routineDone.wait(lock, [&] { return m_running == 0; });
+    }
+
+    void publish(const std::string& devIndex, const std::string& bytes) {
+        if (!m_delivery.post([this, devIndex, bytes] { deliver(devIndex, bytes); })) {
+            QX_Log_Print(4, kModule, "alarm of device %s dropped: %zu alarms waiting",
+                         devIndex.c_str(), kQueueCapacity);
+        }
+    }
+
+    std::vector<SubscriptionState> list() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        std::vector<SubscriptionState> states;
+        for (const auto& [id, subscription] : m_subscriptions) {
+            states.push_back({id, subscription.started, subscription.devices});
+        }
+        return states;
+    }
+
+    void flush() { m_delivery.flush(); }
+    void stop() { m_delivery.stop(); }
+
+  private:
+    Subscription* findLocked(int id) {
+        auto it = m_subscriptions.find(id);
+        return it == m_subscriptions.end() ? nullptr : &it->second;
+    }
+
+    // Calls the routine of every started subscription that wants the alarm, in id order. The
+    // list is re-read after every call, so a subscription ended meanwhile is not called.
+    void deliver(const std::string& devIndex, const std::string& bytes) {
+        int last = 0;
+        std::unique_lock<std::mutex> lock(m_mutex);
+        for (;;) {
+            auto next = std::find_if(
+                m_subscriptions.upper_bound(last), m_subscriptions.end(), [&](const auto& entry) {
+                    return entry.second.started &&
+                           (devIndex.empty() || entry.second.includes(devIndex));
+                });
+            if (next == m_subscriptions.end()) return;
+            last = next->first;
+            const QX_AlarmDataCallBack callback = next->second.callback;
+            void* const user = next->second.user;
+            m_running = last;
+            lock.unlock();
+            callback(bytes.data(), static_cast<int>(bytes.size()), user);
+            lock.lock();
+            m_running = 0;
+            m_routineDone.notify_all();
+        }
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_routineDone;
+    std::map<int, Subscription> m_subscriptions;
+    int m_nextId = 1;   // ids are never reused, not even after a reset
+    int m_running = 0;  // subscription whose routine is being called, 0 when none
+    detail::TaskQueue m_delivery{"alarm-delivery", 1, kQueueCapacity};
+};
+
+}  // namespace
+
+void publishAlarm(const std::string& devIndex, const std::string& bytes) {
+    AlarmBus::instance().publish(devIndex, bytes);
+}
+void resetAlarmBus() {
+    AlarmBus::instance().reset();
+}
+std::vector<SubscriptionState> listSubscriptions() {
+    return AlarmBus::instance().list();
+}
+void flushAlarms() {
+    AlarmBus::instance().flush();
+}
+
+namespace detail {
+void stopAlarmBus() {
+    AlarmBus::instance().stop();
+}
+}  // namespace detail
+
+}  // namespace korva::host
+
+using korva::host::AlarmBus;
+
+int QX_AlarmBus_Subscribe(int* subscribeId, std::string* reply, const std::string& body,
+                          QX_AlarmDataCallBack callback, void* user, int /*flag*/) {
+    return AlarmBus::instance().subscribe(subscribeId, reply, body, callback, user);
+}
+int QX_AlarmBus_StartUploadData(int subscribeId) {
+    return AlarmBus::instance().start(subscribeId);
+}
+int QX_AlarmBus_AddDevice(std::string* reply, int subscribeId, const std::string& devIndex,
+                          const std::string& body) {
+    return AlarmBus::instance().addDevice(reply, subscribeId, devIndex, body);
+}
+int QX_AlarmBus_DeleteDevice(std::string* reply, int subscribeId, const std::string& devIndex) {
+    return AlarmBus::instance().deleteDevice(reply, subscribeId, devIndex);
+}
+int QX_AlarmBus_UnSubscribe(std::string* reply, int subscribeId, int /*flag*/) {
+    return AlarmBus::instance().unsubscribe(reply, subscribeId);
+}
+int QX_AlarmBus_CheckIDValid(int subscribeId) {
+    return AlarmBus::instance().known(subscribeId) ? 1 : 0;
+}

@@ -1,0 +1,31 @@
+// Internal hooks between the device manager, the device configuration bus, the alarm bus and
+// the host's lifetime control (not for plug-ins or the gateway).
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "gateway/hostlib/host_control.h"
+
+namespace korva::host::detail {
+
+// An attached device as the bus sees it when it accepts a relay. The epoch changes every time
+// the device is (re)attached, so a reply can tell whether the device went away meanwhile.
+struct AttachedDevice {
+    std::shared_ptr<DeviceEndpoint> endpoint;
+    uint64_t epoch = 0;
+};
+
+// The attached device of that index, or nullopt when unknown or detached.
+std::optional<AttachedDevice> findAttachedDevice(const std::string& devIndex);
+// True while the device stays attached since the lookup that gave epoch.
+bool isStillAttached(const std::string& devIndex, uint64_t epoch);
+
+// Parts of shutdown(): each stops its own threads and drops its queued work.
+void stopDeviceNotifications();
+void stopDeviceCfgBus();
+void stopAlarmBus();
+
+}  // namespace korva::host::detail

@@ -1,0 +1,55 @@
+#include "gateway/hostlib/device_notifier.h"
+
+#include <algorithm>
+
+namespace korva::host::detail {
+
+DeviceNotifier& DeviceNotifier::instance() {
+    // Never destroyed: the notification thread may still be idle at process exit.
+    static auto* notifier = new DeviceNotifier;
+    return *notifier;
+}
+
+int DeviceNotifier::add(QX_DeviceNotifyCallBack callback, void* user) {
+    if (callback == nullptr) return -1;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_registrations.push_back(Registration{m_nextId++, callback, user});
+    return 0;
+}
+
+int DeviceNotifier::remove(QX_DeviceNotifyCallBack callback) {
+    const bool fromRoutine = m_queue.onQueueThread();
+    std::unique_lock<std::mutex> lock(m_mutex);
+    const auto removed = std::erase_if(
+        m_registrations, [&](const Registration& r) { return r.callback == callback; });
+    if (removed == 0) return -1;
+    // A routine that unregisters itself cannot wait for its own return.
+    if (!fromRoutine) m_routineDone.wait(lock, [&] { return m_running != callback; });
+    return 0;
+}
+
+void DeviceNotifier::notify(int event, std::string devIndex) {
+    m_queue.post([this, event, devIndex = std::move(devIndex)] { dispatch(event, devIndex); });
+}
+
+void DeviceNotifier::dispatch(int event, const std::string& devIndex) {
+    // Walks the registrations by id, re-reading the list after every call, so a routine
+    // removed meanwhile is never called and none is called twice for one event.
+    uint64_t last = 0;
+    std::unique_lock<std::mutex> lock(m_mutex);
+    for (;;) {
+        auto next = std::find_if(m_registrations.begin(), m_registrations.end(),
+                                 [&](const Registration& r) { return r.id > last; });
+        if (next == m_registrations.end()) return;
+        last = next->id;
+        const Registration registration = *next;
+        m_running = registration.callback;
+        lock.unlock();
+        registration.callback(event, devIndex.c_str(), registration.user);
+        lock.lock();
+        m_running = nullptr;
+        m_routineDone.notify_all();
+    }
+}
+
+}  // namespace korva::host::detail

@@ -1,0 +1,52 @@
+// Attach/detach notifications of the device manager: the registered routines and the single
+// thread that calls them, one event at a time, in the order the events happened.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "gateway/hostlib/task_queue.h"
+#include "host/device_mgr.h"
+
+namespace korva::host::detail {
+
+class DeviceNotifier {
+  public:
+    static DeviceNotifier& instance();
+
+    // QX_DeviceMgr_NotifyAttach / QX_DeviceMgr_NotifyDetach.
+    int add(QX_DeviceNotifyCallBack callback, void* user);
+    int remove(QX_DeviceNotifyCallBack callback);
+
+    // Queues one event for every routine registered when it is delivered. Callers that need
+    // events in the order of their state changes queue them under their own lock.
+    void notify(int event, std::string devIndex);
+
+    // Waits until the events queued so far were delivered (tests).
+    void flush() { m_queue.flush(); }
+    // Stops the notification thread, dropping undelivered events.
+    void stop() { m_queue.stop(); }
+
+  private:
+    DeviceNotifier() = default;
+
+    struct Registration {
+        uint64_t id;
+        QX_DeviceNotifyCallBack callback;
+        void* user;
+    };
+
+    void dispatch(int event, const std::string& devIndex);
+
+    std::mutex m_mutex;
+    std::condition_variable m_routineDone;
+    std::vector<Registration> m_registrations;  // ascending id
+    uint64_t m_nextId = 1;
+    QX_DeviceNotifyCallBack m_running = nullptr;  // routine being called, if any
+    TaskQueue m_queue{"device-notify", 1, 0};
+};
+
+}  // namespace korva::host::detail
