@@ -1,14 +1,228 @@
 #include "plugin/handlers/dev_maintain.h"
 
+#include <array>
+#include <memory>
+
+#include "host/config_mgr.h"
+#include "host/kvl_runtime.h"
+#include "host/xml_base.h"
+#include "plugin/handlers/device_convert.h"
+#include "plugin/pipeline/error_catalogue.h"
+#include "plugin/pipeline/plugin_log.h"
+
 namespace QXKORVAProtocol {
 
-// Declines every request and answer until the resources of this handler are built.
-int CDevMaintain::matchURL(const std::string&, unsigned char) { return -1; }
+namespace {
 
-int CDevMaintain::covertRsp(std::string*, const Json::Value&, const std::string&, int) { return -1; }
+using device::FieldPresence;
+using device::FieldRow;
+using device::FieldType;
 
-int CDevMaintain::covertUrlandBody(std::string*, std::string*, const ExchangeHolder&, const std::string&) {
-    return -1;
+enum class MaintainAnswer { kDeviceInfo, kVideoInputs, kStorage, kAdminAccesses };
+
+struct MaintainRoute {
+    const char* path;
+    const char* gatewayPath;
+    MaintainAnswer answer;
+};
+
+// GET only. The storage and admin access resources relay the device-information read.
+constexpr std::array<MaintainRoute, 4> kRoutes = {{
+    {"/KORVA/System/deviceInfo", "/KORVA/System/deviceInfo", MaintainAnswer::kDeviceInfo},
+    {"/KORVA/System/Video/inputs/channels", "/KORVA/System/Video/inputs/channels",
+     MaintainAnswer::kVideoInputs},
+    {"/KORVA/ContentMgmt/Storage/hdd", "/KORVA/System/deviceInfo", MaintainAnswer::kStorage},
+    {"/KORVA/Security/adminAccesses", "/KORVA/System/deviceInfo", MaintainAnswer::kAdminAccesses},
+}};
+
+const MaintainRoute* findRoute(const std::string& url) {
+    for (const MaintainRoute& route : kRoutes) {
+        if (QXBase::CRESTfulProtocol::cmpURL(url, route.path)) return &route;
+    }
+    return nullptr;
+}
+
+// failCode is the number of the log message of a bad member.
+constexpr FieldRow kDeviceInfoRows[] = {
+    {.key = "deviceName", .type = FieldType::kStringOrNull, .failCode = 2},
+    {.key = "deviceID", .type = FieldType::kStringOrNull, .failCode = 3},
+    {.key = "deviceDescription", .type = FieldType::kFixedText, .fixedText = "IPCamera"},
+    {.key = "model", .type = FieldType::kFixedText, .fixedText = "QM-VT4407"},
+    {.key = "serialNumber", .type = FieldType::kStringOrNull, .failCode = 5},
+    {.key = "macAddress", .type = FieldType::kStringOrNull, .failCode = 6},
+    {.key = "firmwareVersion", .type = FieldType::kStringOrNull, .failCode = 7},
+    {.key = "firmwareReleasedDate", .presence = FieldPresence::kWhenTyped},
+    {.key = "bootVersion", .presence = FieldPresence::kWhenTyped},
+    {.key = "deviceType", .type = FieldType::kStringOrNull, .failCode = 9},
+};
+
+constexpr FieldRow kVideoInputRows[] = {
+    {.key = "id", .type = FieldType::kStringOrNull, .failCode = 4},
+    {.key = "inputPort", .type = FieldType::kStringOrNull, .failCode = 5},
+    {.key = "name", .presence = FieldPresence::kWhenTyped},
+};
+
+int failCodeOf(const FieldRow* failed) {
+    return failed ? failed->failCode : 0;
+}
+
+// The fixed storage document: the declaration, then every piece preceded by 20 blanks.
+constexpr const char* kStorageNamespace10 = "http://www.korva-gateway.example/ver10/XMLSchema";
+constexpr const char* kStorageNamespace20 = "http://www.korva-gateway.example/ver20/XMLSchema";
+
+std::string buildStorageDocument() {
+    const std::string pieces[] = {
+        std::string("<hddList version=\"1.0\" xmlns=\"") + kStorageNamespace10 + "\"  size=\"8\">",
+        std::string("<hdd  version=\"2.0\" xmlns=\"") + kStorageNamespace20 + "\">",
+        "<id>1</id>",
+        "<hddName>hdde</hddName>",
+        "<hddPath></hddPath>",
+        "<hddType>SATA</hddType>",
+        "<status>ok</status>",
+        "<capacity>121942</capacity>",
+        "<freeSpace>87296</freeSpace>",
+        "<property>RW</property>",
+        "<property>RW</property>",
+        "</hdd>",
+        "</hddList>",
+    };
+    std::string doc = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+    for (const std::string& piece : pieces) doc.append(20, ' ').append(piece);
+    return doc;
+}
+
+std::string portText(uint16_t port) {
+    char buffer[34] = {};
+    return KVL_Itoa(port, buffer, 10);
+}
+
+}  // namespace
+
+int CDevMaintain::matchURL(const std::string& url, unsigned char method) {
+    return findRoute(url) != nullptr && method == QXHttpService::kMethodGet ? 0 : -1;
+}
+
+int CDevMaintain::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
+                                   const ExchangeHolder& exchange, const std::string& devIndex) {
+    if (!exchange.exchange) return -1;
+    const MaintainRoute* route = findRoute(exchange.exchange->getUrl());
+    if (route == nullptr) return -1;
+    if (!device::makeGatewayUrl(jsonUrl, route->gatewayPath, devIndex)) return -1;
+    jsonBody->clear();
+    return exchange.exchange->getMethod() == QXHttpService::kMethodGet ? 0 : -1;
+}
+
+int CDevMaintain::covertRsp(std::string* xmlOut, const Json::Value& root, const std::string& url,
+                            int method) {
+    const MaintainRoute* route = findRoute(url);
+    if (route == nullptr || method != QXHttpService::kMethodGet) return kResultNotMine;
+    bool converted = false;
+    switch (route->answer) {
+        case MaintainAnswer::kDeviceInfo:
+            converted = covertDevinfoRsp(xmlOut, root);
+            break;
+        case MaintainAnswer::kVideoInputs:
+            converted = covertVideoChannelRsp(xmlOut, root);
+            break;
+        case MaintainAnswer::kStorage:
+            *xmlOut = storageDocument();
+            converted = true;
+            break;
+        case MaintainAnswer::kAdminAccesses:
+            converted = covertAdminAccessesRsp(xmlOut);
+            break;
+    }
+    return converted ? kResultOk : kResultConvertFailed;
+}
+
+bool CDevMaintain::covertDevinfoRsp(std::string* xmlOut, const Json::Value& root) {
+    const Json::Value* info = nullptr;
+    if (!device::findMember(root, "DeviceInfo", &info) || info == nullptr || !info->isObject()) {
+        QXW_LOG(5, "covertDevinfoRsp fail 1.");
+        return false;
+    }
+    QXBase::CXmlBase doc;
+    device::startDocument(doc, "DeviceInfo");
+    const FieldRow* failed = nullptr;
+    if (!device::writeFields(doc, *info, kDeviceInfoRows, &failed)) {
+        QXW_LOG(5, "covertDevinfoRsp fail %d.", failCodeOf(failed));
+        return false;
+    }
+    *xmlOut = doc.WriteToBuf();
+    return true;
+}
+
+bool CDevMaintain::covertVideoChannelRsp(std::string* xmlOut, const Json::Value& root) {
+    const Json::Value* list = nullptr;
+    if (!device::findMember(root, "VideoInputChannelList", &list) || list == nullptr) {
+        QXW_LOG(5, "covertVideoChannelRsp fail 1.");
+        return false;
+    }
+    QXBase::CXmlBase doc;
+    device::startDocument(doc, "VideoInputChannelList");
+    if (!list->isArray()) {
+        QXW_LOG(4, "covertVideoChannelRsp fail 2 and return null list.");
+        *xmlOut = doc.WriteToBuf();
+        return true;
+    }
+    for (Json::ArrayIndex i = 0; i < list->size(); ++i) {
+        const Json::Value* channel = nullptr;
+        if (!device::findMember((*list)[i], "VideoInputChannel", &channel) || channel == nullptr ||
+            !channel->isObject()) {
+            QXW_LOG(5, "covertVideoChannelRsp fail 3.");
+            return false;
+        }
+        doc.AddNode("VideoInputChannel");
+        const FieldRow* failed = nullptr;
+        if (!device::writeFields(doc, *channel, kVideoInputRows, &failed)) {
+            QXW_LOG(5, "covertVideoChannelRsp fail %d.", failCodeOf(failed));
+            return false;
+        }
+        doc.OutOfElem();
+    }
+    *xmlOut = doc.WriteToBuf();
+    return true;
+}
+
+bool CDevMaintain::covertAdminAccessesRsp(std::string* xmlOut) {
+    std::shared_ptr<QXConfigMgr::CNetworkCfg> network = QX_GatewayCfgBus_GetAccessProtocol();
+    if (!network) {
+        QXW_LOG(5, "get networkCfg ptr error.");
+        return false;
+    }
+    const bool mapped = network->isPlatformPortMapping() != 0;
+    const uint16_t httpPort = mapped ? network->getExtHttpPort() : network->getHttpPort();
+    const uint16_t httpsPort = mapped ? network->getExtHttpsPort() : network->getHttpsPort();
+    const uint16_t rtspPort = mapped ? network->getExtRtspPort() : network->getRtspPort();
+    const struct {
+        const char* id;
+        bool enabled;
+        const char* protocol;
+        uint16_t port;
+    } entries[] = {
+        {"1", true, "HTTP", httpPort},
+        {"2", true, "RTSP", rtspPort},
+        {"3", network->getHttpsEnable() != 0, "HTTPS", httpsPort},
+    };
+    network.reset();
+
+    QXBase::CXmlBase doc;
+    device::startDocument(doc, "AdminAccessProtocolList");
+    for (const auto& entry : entries) {
+        doc.AddNode("AdminAccessProtocol");
+        device::addLeaf(doc, "id", entry.id);
+        device::addLeaf(doc, "enabled", device::boolText(entry.enabled));
+        device::addLeaf(doc, "protocol", entry.protocol);
+        device::addLeaf(doc, "portNo", portText(entry.port));
+        doc.OutOfElem();
+    }
+    *xmlOut = doc.WriteToBuf();
+    return true;
+}
+
+const std::string& CDevMaintain::storageDocument() {
+    static const std::string document = buildStorageDocument();
+    return document;
 }
 
 }  // namespace QXKORVAProtocol

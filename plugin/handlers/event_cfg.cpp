@@ -1,14 +1,256 @@
 #include "plugin/handlers/event_cfg.h"
 
+#include <array>
+#include <cstdint>
+#include <iterator>
+
+#include "host/xml_base.h"
+#include "plugin/handlers/device_convert.h"
+#include "plugin/pipeline/error_catalogue.h"
+#include "plugin/pipeline/plugin_log.h"
+
 namespace QXKORVAProtocol {
 
-// Declines every request and answer until the resources of this handler are built.
-int CEventCfg::matchURL(const std::string&, unsigned char) { return -1; }
+namespace {
 
-int CEventCfg::covertRsp(std::string*, const Json::Value&, const std::string&, int) { return -1; }
+using device::FieldPresence;
+using device::FieldRow;
+using device::FieldType;
 
-int CEventCfg::covertUrlandBody(std::string*, std::string*, const ExchangeHolder&, const std::string&) {
-    return -1;
+enum class EventAnswer { kSmartCap, kIOPortList, kDeviceCap, kTrigger };
+
+struct EventRoute {
+    const char* path;
+    int intFields;  // number of "%d" fields: 0 compares with cmpURL, else cmpURLWithInt
+    unsigned char method;
+    const char* gatewayPath;
+    EventAnswer answer;
+};
+
+constexpr const char* kTriggerPath = "/KORVA/System/IO/outputs/%d/trigger";
+
+// In the order every operation tries them. The system capability resource relays the
+// smart-capability read.
+constexpr std::array<EventRoute, 5> kRoutes = {{
+    {"/KORVA/Smart/capabilities", 0, QXHttpService::kMethodGet, "/KORVA/Smart/capabilities",
+     EventAnswer::kSmartCap},
+    {"/KORVA/Smart/capabilities/SmartCap", 0, QXHttpService::kMethodGet,
+     "/KORVA/Smart/capabilities", EventAnswer::kSmartCap},
+    {"/KORVA/System/IO", 0, QXHttpService::kMethodGet, "/KORVA/System/IO",
+     EventAnswer::kIOPortList},
+    {"/KORVA/System/capabilities", 0, QXHttpService::kMethodGet, "/KORVA/Smart/capabilities",
+     EventAnswer::kDeviceCap},
+    {kTriggerPath, 1, QXHttpService::kMethodPut, "/KORVA/System/IO/outputs/%d/trigger",
+     EventAnswer::kTrigger},
+}};
+
+const EventRoute* findRoute(const std::string& url) {
+    for (const EventRoute& route : kRoutes) {
+        const bool matched =
+            route.intFields == 0
+                ? QXBase::CRESTfulProtocol::cmpURL(url, route.path) != 0
+                : QXBase::CRESTfulProtocol::cmpURLWithInt(url, route.path, route.intFields) != 0;
+        if (matched) return &route;
+    }
+    return nullptr;
+}
+
+// The smart capability flags, in output order.
+constexpr const char* kSmartCapKeys[] = {
+    "isSupportROI",
+    "isSupportFaceDetect",
+    "isSupportIntelliTrace",
+    "isSupportFieldDetection",
+    "isSupportDefocusDetection",
+    "isSupportAudioDetection",
+    "isSupportSceneChangeDetection",
+    "isSupportLineDetection",
+    "isSupportRegionEntrance",
+    "isSupportRegionExiting",
+    "isSupportLoitering",
+    "isSupportGroup",
+    "isSupportRapidMove",
+    "isSupportParking",
+    "isSupportUnattendedBaggage",
+    "isSupportAttendedBaggage",
+    "isSupportPeopleDetection",
+    "isSupportShipsDetection",
+    "isSupportSmartCalibration",
+    "isSupportStorageDetection",
+    "isSupportShield",
+    "isSupportAlgVersion",
+    "isSupportVideoOverlap",
+    "isSupportParkingState",
+    "isSupportChannelResource",
+    "isSupportAnalysisUnitSwitch",
+    "isSupportHFPD",
+    "isSupportImageROI",
+    "isSupportLFPD",
+};
+static_assert(std::size(kSmartCapKeys) == 29);
+
+constexpr FieldRow kInputPortRows[] = {
+    {.key = "id", .type = FieldType::kInt32},
+    {.key = "enable", .type = FieldType::kBool, .element = "enabled"},
+    {.key = "triggering", .presence = FieldPresence::kOptional},
+    {.key = "name", .presence = FieldPresence::kOptional},
+};
+
+constexpr FieldRow kOutputPortRows[] = {
+    {.key = "id", .type = FieldType::kInt32},
+    {.key = "enable", .type = FieldType::kBool, .element = "enabled"},
+    {.key = "name", .presence = FieldPresence::kOptional},
+};
+
+struct PortListKind {
+    const char* listKey;
+    const char* portKey;
+    std::span<const FieldRow> rows;
+};
+
+constexpr PortListKind kInputPorts = {"IOInputPortList", "IOInputPort", kInputPortRows};
+constexpr PortListKind kOutputPorts = {"IOOutputPortList", "IOOutputPort", kOutputPortRows};
+
+// One port list of IOPortList (nothing when absent; an empty element when not an array).
+// Array elements without the port wrapper are skipped. False on a member of the wrong type.
+bool writePortList(QXBase::CXmlBase& doc, const Json::Value& portList, const PortListKind& kind) {
+    const Json::Value* ports = nullptr;
+    if (!device::findMember(portList, kind.listKey, &ports)) return false;
+    if (ports == nullptr) return true;
+    doc.AddNode(kind.listKey);
+    if (ports->isArray()) {
+        for (Json::ArrayIndex i = 0; i < ports->size(); ++i) {
+            const Json::Value* port = nullptr;
+            if (!device::findMember((*ports)[i], kind.portKey, &port)) return false;
+            if (port == nullptr) continue;
+            doc.AddNode(kind.portKey);
+            if (!device::writeFields(doc, *port, kind.rows)) return false;
+            doc.OutOfElem();
+        }
+    }
+    doc.OutOfElem();
+    return true;
+}
+
+}  // namespace
+
+int CEventCfg::matchURL(const std::string& url, unsigned char method) {
+    const EventRoute* route = findRoute(url);
+    return route != nullptr && route->method == method ? 0 : -1;
+}
+
+int CEventCfg::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
+                                const ExchangeHolder& exchange, const std::string& devIndex) {
+    if (!exchange.exchange) return -1;
+    const EventRoute* route = findRoute(exchange.exchange->getUrl());
+    if (route == nullptr) return -1;
+    if (route->answer == EventAnswer::kTrigger) {
+        return covertIOOutputTriggerUrlandBody(jsonUrl, jsonBody, exchange, devIndex);
+    }
+    if (!device::makeGatewayUrl(jsonUrl, route->gatewayPath, devIndex)) return -1;
+    jsonBody->clear();
+    return exchange.exchange->getMethod() == QXHttpService::kMethodGet ? 0 : -1;
+}
+
+int CEventCfg::covertRsp(std::string* xmlOut, const Json::Value& root, const std::string& url,
+                         int method) {
+    const EventRoute* route = findRoute(url);
+    if (route == nullptr) return kResultNotMine;
+    switch (route->answer) {
+        case EventAnswer::kSmartCap:
+            return covertSmartCapRsp(xmlOut, root);
+        case EventAnswer::kIOPortList:
+            return covertIOPortListRsp(xmlOut, root);
+        case EventAnswer::kDeviceCap:
+            *xmlOut = deviceCapDocument();
+            return kResultOk;
+        case EventAnswer::kTrigger:
+            if (method != QXHttpService::kMethodPut) return kResultNotMine;
+            *xmlOut = getResponseByError(static_cast<int>(kErrorOk), url);
+            return kResultOk;
+    }
+    return kResultNotMine;
+}
+
+int CEventCfg::covertIOOutputTriggerUrlandBody(std::string* jsonUrl, std::string* jsonBody,
+                                               const ExchangeHolder& exchange,
+                                               const std::string& devIndex) {
+    if (!exchange.exchange) return -1;
+    int32_t port = 0;
+    device::scanUrlInts(exchange.exchange->getUrl(), kTriggerPath, &port, 1);
+    const int64_t fields[] = {port};
+    const std::string gatewayPath =
+        device::expandIntFields("/KORVA/System/IO/outputs/%d/trigger", fields, 1);
+    if (!device::makeGatewayUrl(jsonUrl, gatewayPath, devIndex)) return 1;
+    if (exchange.exchange->getMethod() != QXHttpService::kMethodPut) return -1;
+
+    QXBase::CXmlBase doc;
+    if (!doc.Parse(exchange.body != nullptr ? exchange.body : "")) {
+        QXW_LOG(5, "Parse failed");
+        jsonUrl->clear();
+        return 1;
+    }
+    Json::Value body;
+    if (doc.FindElem("IOPortData") && doc.IntoElem()) {
+        if (!doc.FindElem("outputState")) {
+            QXW_LOG(5, "xml cannot find outputState");
+            jsonUrl->clear();
+            return 1;
+        }
+        const std::string state = doc.GetData();
+        if (state != "high" && state != "low") {
+            QXW_LOG(5, "xml outputState is wrong param");
+            jsonUrl->clear();
+            return 1;
+        }
+        body["IOPortData"]["outputState"] = state;
+    }
+    *jsonBody = device::writeJsonBody(body);
+    return 0;
+}
+
+int CEventCfg::covertSmartCapRsp(std::string* xmlOut, const Json::Value& root) {
+    const Json::Value* smartCap = nullptr;
+    if (!device::findMember(root, "SmartCap", &smartCap) || smartCap == nullptr ||
+        !device::isContainer(*smartCap)) {
+        return kResultConvertFailed;
+    }
+    QXBase::CXmlBase doc;
+    device::startDocument(doc, "SmartCap");
+    for (const char* key : kSmartCapKeys) {
+        const Json::Value* flag = nullptr;
+        device::findMember(*smartCap, key, &flag);
+        if (flag == nullptr) continue;
+        if (!flag->isBool()) return kResultConvertFailed;
+        device::addLeaf(doc, key, device::boolText(flag->asBool()));
+    }
+    *xmlOut = doc.WriteToBuf();
+    return kResultOk;
+}
+
+int CEventCfg::covertIOPortListRsp(std::string* xmlOut, const Json::Value& root) {
+    const Json::Value* portList = nullptr;
+    if (!device::findMember(root, "IOPortList", &portList)) return kResultConvertFailed;
+    QXBase::CXmlBase doc;
+    doc.CreateDeclaration("1.0", "UTF-8");
+    if (portList == nullptr) {
+        *xmlOut = doc.WriteToBuf();
+        return kResultOk;
+    }
+    if (!device::isContainer(*portList)) return kResultConvertFailed;
+    doc.CreateRoot("IOPortList");
+    if (!writePortList(doc, *portList, kInputPorts) ||
+        !writePortList(doc, *portList, kOutputPorts)) {
+        return kResultConvertFailed;
+    }
+    *xmlOut = doc.WriteToBuf();
+    return kResultOk;
+}
+
+const char* CEventCfg::deviceCapDocument() {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>"
+           "<DeviceCap version = \"2.0\"><SysCap><IOCap  version = \"2.0\"></IOCap></SysCap>"
+           "</DeviceCap>";
 }
 
 }  // namespace QXKORVAProtocol

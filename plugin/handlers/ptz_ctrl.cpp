@@ -1,14 +1,242 @@
 #include "plugin/handlers/ptz_ctrl.h"
 
+#include <array>
+#include <cstdint>
+
+#include "host/kvl_runtime.h"
+#include "host/xml_base.h"
+#include "plugin/handlers/device_convert.h"
+#include "plugin/pipeline/error_catalogue.h"
+
 namespace QXKORVAProtocol {
 
-// Declines every request and answer until the resources of this handler are built.
-int CPTZCtrl::matchURL(const std::string&, unsigned char) { return -1; }
+namespace {
 
-int CPTZCtrl::covertRsp(std::string*, const Json::Value&, const std::string&, int) { return -1; }
+using device::FieldPresence;
+using device::FieldRow;
+using device::FieldType;
 
-int CPTZCtrl::covertUrlandBody(std::string*, std::string*, const ExchangeHolder&, const std::string&) {
-    return -1;
+enum class PtzCommand { kChannelList, kContinuous, kPresetGoto, kPreset, kHomeGoto };
+
+constexpr unsigned methodBit(unsigned char method) {
+    return 1u << method;
+}
+constexpr unsigned kGet = methodBit(QXHttpService::kMethodGet);
+constexpr unsigned kPut = methodBit(QXHttpService::kMethodPut);
+constexpr unsigned kDelete = methodBit(QXHttpService::kMethodDelete);
+
+struct PtzRoute {
+    const char* path;
+    int intFields;  // channel, then preset; 0 compares with cmpURL
+    unsigned methods;
+    const char* gatewayPath;  // takes the request's numbers unchanged, in the same order
+    PtzCommand command;
+};
+
+// In the order every operation tries them: the goto row comes before the preset row.
+constexpr std::array<PtzRoute, 5> kRoutes = {{
+    {"/KORVA/PTZCtrl/channels", 0, kGet, "/KORVA/PTZCtrl/channels", PtzCommand::kChannelList},
+    {"/KORVA/PTZCtrl/channels/%d/continuous", 1, kPut, "/KORVA/PTZCtrl/channels/%d/continuous",
+     PtzCommand::kContinuous},
+    {"/KORVA/PTZCtrl/channels/%d/presets/%d/goto", 2, kPut,
+     "/KORVA/PTZCtrl/channels/%d/presets/%d/goto", PtzCommand::kPresetGoto},
+    {"/KORVA/PTZCtrl/channels/%d/presets/%d", 2, kPut | kDelete,
+     "/KORVA/PTZCtrl/channels/%d/presets/%d", PtzCommand::kPreset},
+    {"/KORVA/PTZCtrl/channels/%d/homeposition/goto", 1, kPut,
+     "/KORVA/PTZCtrl/channels/%d/homeposition/goto", PtzCommand::kHomeGoto},
+}};
+
+bool pathMatches(const PtzRoute& route, const std::string& url) {
+    return route.intFields == 0
+               ? QXBase::CRESTfulProtocol::cmpURL(url, route.path) != 0
+               : QXBase::CRESTfulProtocol::cmpURLWithInt(url, route.path, route.intFields) != 0;
+}
+
+// The first row whose path matches and whose methods include method.
+const PtzRoute* findRoute(const std::string& url, int method) {
+    if (method < 0 || method >= 32) return nullptr;
+    for (const PtzRoute& route : kRoutes) {
+        if ((route.methods & (1u << method)) != 0 && pathMatches(route, url)) return &route;
+    }
+    return nullptr;
+}
+
+const PtzRoute& routeOf(PtzCommand command) {
+    for (const PtzRoute& route : kRoutes) {
+        if (route.command == command) return route;
+    }
+    return kRoutes[0];
+}
+
+// The route's gateway URL with the channel and preset numbers scanned from the request URL.
+bool makeRouteUrl(std::string* jsonUrl, const PtzRoute& route, const std::string& url,
+                  const std::string& devIndex) {
+    int32_t numbers[2] = {0, 0};
+    device::scanUrlInts(url, route.path, numbers, route.intFields);
+    const int64_t fields[2] = {numbers[0], numbers[1]};
+    return device::makeGatewayUrl(
+        jsonUrl, device::expandIntFields(route.gatewayPath, fields, route.intFields), devIndex);
+}
+
+constexpr FieldRow kControlAddressRows[] = {
+    {.key = "enabled", .type = FieldType::kBool},
+    {.key = "Address", .presence = FieldPresence::kOptional},
+};
+
+constexpr FieldRow kRs485Rows[] = {
+    {.key = "baudRate", .type = FieldType::kInt32},
+    {.key = "dataBits", .type = FieldType::kInt32},
+    {.key = "parityType"},
+    {.key = "stopBits"},
+    {.key = "flowCtrl"},
+};
+
+constexpr FieldRow kChannelRows[] = {
+    {.key = "id", .type = FieldType::kInt32},
+    {.key = "enabled", .type = FieldType::kBool},
+    {.key = "serialNumber", .type = FieldType::kInt32},
+    {.key = "videoInputID", .type = FieldType::kInt32},
+    {.key = "panMaxSpeed", .type = FieldType::kInt32, .presence = FieldPresence::kOptional},
+    {.key = "tiltMaxSpeed", .type = FieldType::kInt32, .presence = FieldPresence::kOptional},
+    {.key = "presetSpeed", .type = FieldType::kInt32, .presence = FieldPresence::kOptional},
+    {.key = "autoPatrolSpeed", .type = FieldType::kInt32, .presence = FieldPresence::kOptional},
+    {.key = "keyBoardControlSpeed",
+     .type = FieldType::kInt32,
+     .presence = FieldPresence::kOptional},
+    {.key = "controlProtocol", .presence = FieldPresence::kOptional},
+    {.key = "controlAddress",
+     .type = FieldType::kObject,
+     .presence = FieldPresence::kOptional,
+     .children = kControlAddressRows},
+    {.key = "defaultPresetID", .presence = FieldPresence::kOptional},
+    {.key = "PTZRs485Para",
+     .type = FieldType::kObject,
+     .presence = FieldPresence::kOptional,
+     .children = kRs485Rows},
+    {.key = "manualControlSpeed", .presence = FieldPresence::kOptional},
+};
+
+const char* requestBody(const ExchangeHolder& exchange) {
+    return exchange.body != nullptr ? exchange.body : "";
+}
+
+}  // namespace
+
+int CPTZCtrl::matchURL(const std::string& url, unsigned char method) {
+    return findRoute(url, method) != nullptr ? 0 : -1;
+}
+
+int CPTZCtrl::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
+                               const ExchangeHolder& exchange, const std::string& devIndex) {
+    if (!exchange.exchange) return -1;
+    const std::string url = exchange.exchange->getUrl();
+    const PtzRoute* route = findRoute(url, exchange.exchange->getMethod());
+    if (route == nullptr) return -1;
+    switch (route->command) {
+        case PtzCommand::kContinuous:
+            return covertPTZContinuousUrlandBody(jsonUrl, jsonBody, exchange, devIndex);
+        case PtzCommand::kPreset:
+            return covertPTZPresetUrlandBody(jsonUrl, jsonBody, exchange, devIndex);
+        case PtzCommand::kChannelList:
+        case PtzCommand::kPresetGoto:
+        case PtzCommand::kHomeGoto:
+            break;
+    }
+    if (!makeRouteUrl(jsonUrl, *route, url, devIndex)) return -1;
+    jsonBody->clear();
+    return 0;
+}
+
+int CPTZCtrl::covertRsp(std::string* xmlOut, const Json::Value& root, const std::string& url,
+                        int method) {
+    const PtzRoute* route = findRoute(url, method);
+    if (route == nullptr) return kResultNotMine;
+    if (route->command == PtzCommand::kChannelList) return covertPTZChannelListRsp(xmlOut, root);
+    *xmlOut = getResponseByError(static_cast<int>(kErrorOk), url);
+    return kResultOk;
+}
+
+int CPTZCtrl::covertPTZContinuousUrlandBody(std::string* jsonUrl, std::string* jsonBody,
+                                            const ExchangeHolder& exchange,
+                                            const std::string& devIndex) {
+    if (!exchange.exchange) return -1;
+    const PtzRoute& route = routeOf(PtzCommand::kContinuous);
+    if (!makeRouteUrl(jsonUrl, route, exchange.exchange->getUrl(), devIndex)) return 1;
+    if (exchange.exchange->getMethod() != QXHttpService::kMethodPut) return -1;
+
+    QXBase::CXmlBase doc;
+    if (!doc.Parse(requestBody(exchange)) || !doc.FindElem("PTZData") || !doc.IntoElem()) {
+        jsonUrl->clear();
+        return 1;
+    }
+    // No scaling, no range check: the numbers go to the device as the client sent them.
+    Json::Value data;
+    for (const char* axis : {"pan", "tilt", "zoom"}) {
+        if (doc.FindElem(axis)) data[axis] = KVL_Atoi32(doc.GetData().c_str());
+    }
+    Json::Value body;
+    body["PTZData"] = data;
+    *jsonBody = device::writeJsonBody(body);
+    return 0;
+}
+
+int CPTZCtrl::covertPTZPresetUrlandBody(std::string* jsonUrl, std::string* jsonBody,
+                                        const ExchangeHolder& exchange,
+                                        const std::string& devIndex) {
+    if (!exchange.exchange) return -1;
+    const PtzRoute& route = routeOf(PtzCommand::kPreset);
+    if (!makeRouteUrl(jsonUrl, route, exchange.exchange->getUrl(), devIndex)) return 1;
+    const unsigned char method = exchange.exchange->getMethod();
+    if (method == QXHttpService::kMethodDelete) {
+        jsonBody->clear();
+        return 0;
+    }
+    if (method != QXHttpService::kMethodPut) return -1;
+
+    QXBase::CXmlBase doc;
+    if (!doc.Parse(requestBody(exchange)) || !doc.FindElem("PTZPreset") || !doc.IntoElem()) {
+        jsonUrl->clear();
+        return 1;
+    }
+    Json::Value preset;
+    // Only the exact text "false" disables the preset.
+    if (doc.FindElem("enabled")) preset["enabled"] = doc.GetData() != "false";
+    for (const char* name : {"id", "presetName"}) {
+        if (!doc.FindElem(name)) continue;
+        const std::string text = doc.GetData();
+        if (text.empty()) {
+            jsonUrl->clear();
+            return 1;
+        }
+        preset[name] = text;
+    }
+    Json::Value body;
+    body["PTZPreset"] = preset;
+    *jsonBody = device::writeJsonBody(body);
+    return 0;
+}
+
+int CPTZCtrl::covertPTZChannelListRsp(std::string* xmlOut, const Json::Value& root) {
+    const Json::Value* list = nullptr;
+    if (!device::findMember(root, "PTZChannelList", &list) || list == nullptr) {
+        return kResultConvertFailed;
+    }
+    QXBase::CXmlBase doc;
+    device::startDocument(doc, "PTZChannelList");
+    if (list->isArray()) {
+        for (Json::ArrayIndex i = 0; i < list->size(); ++i) {
+            const Json::Value* channel = nullptr;
+            if (!device::findMember((*list)[i], "PTZChannel", &channel) || channel == nullptr ||
+                !channel->isObject()) {
+                return kResultConvertFailed;
+            }
+            doc.AddNode("PTZChannel");
+            if (!device::writeFields(doc, *channel, kChannelRows)) return kResultConvertFailed;
+            doc.OutOfElem();
+        }
+    }
+    *xmlOut = doc.WriteToBuf();
+    return kResultOk;
 }
 
 }  // namespace QXKORVAProtocol

@@ -1,14 +1,37 @@
 #include "plugin/handlers/record_operation.h"
 
+#include "plugin/handlers/device_convert.h"
+#include "plugin/pipeline/error_catalogue.h"
+
 namespace QXKORVAProtocol {
 
-// Declines every request and answer until the resources of this handler are built.
-int CRecordOperation::matchURL(const std::string&, unsigned char) { return -1; }
+namespace {
 
-int CRecordOperation::covertRsp(std::string*, const Json::Value&, const std::string&, int) { return -1; }
+bool isSearchPath(const std::string& url) {
+    return QXBase::CRESTfulProtocol::cmpURL(url, "/KORVA/ContentMgmt/search") != 0 ||
+           QXBase::CRESTfulProtocol::cmpURL(url, "/KORVA/ContentMgmt/search/") != 0;
+}
 
-int CRecordOperation::covertUrlandBody(std::string*, std::string*, const ExchangeHolder&, const std::string&) {
-    return -1;
+}  // namespace
+
+int CRecordOperation::matchURL(const std::string& url, unsigned char method) {
+    return isSearchPath(url) && method == QXHttpService::kMethodPost ? 0 : -1;
+}
+
+int CRecordOperation::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
+                                       const ExchangeHolder& exchange,
+                                       const std::string& devIndex) {
+    if (!exchange.exchange || !isSearchPath(exchange.exchange->getUrl())) return -1;
+    if (!device::makeGatewayUrl(jsonUrl, "/KORVA/ContentMgmt/search", devIndex)) return -1;
+    if (exchange.exchange->getMethod() != QXHttpService::kMethodPost) return -1;
+    *jsonBody = covertSearchDescription(exchange.body);
+    return jsonBody->empty() ? static_cast<int>(kErrorBadParameters) : 0;
+}
+
+int CRecordOperation::covertRsp(std::string* xmlOut, const Json::Value& root,
+                                const std::string& url, int method) {
+    if (!isSearchPath(url) || method != QXHttpService::kMethodPost) return kResultNotMine;
+    return covertSearchResultRsp(xmlOut, root);
 }
 
 }  // namespace QXKORVAProtocol
