@@ -1,0 +1,122 @@
+// The host logging function: "<time> <level> [<module>] <text>" to stderr or to a sink.
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "gateway/hostlib/host_control.h"
+#include "host/qx_log.h"
+
+namespace {
+
+std::atomic<int> g_level{3};
+
+struct SinkHolder {
+    std::mutex mutex;
+    std::shared_ptr<const korva::host::LogSink> sink;
+};
+
+SinkHolder& sinkHolder() {
+    static SinkHolder* holder = new SinkHolder;  // never destroyed: logging works until exit
+    return *holder;
+}
+
+// Local time with milliseconds: 2024-05-01T12:00:00.123+02:00.
+std::string logTime() {
+    const auto now = std::chrono::system_clock::now();
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+    const int ms = static_cast<int>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() %
+        1000);
+    std::tm tm{};
+    localtime_r(&seconds, &tm);
+    const long offset = tm.tm_gmtoff;
+    const long absOffset = offset < 0 ? -offset : offset;
+    char text[96];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03d%c%02d:%02d",
+                  tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec,
+                  ms, offset < 0 ? '-' : '+', static_cast<int>(absOffset / 3600 % 100), static_cast<int>(absOffset % 3600 / 60));
+    return text;
+}
+
+void writeAll(int fd, const std::string& bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return;
+        }
+        done += static_cast<size_t>(n);
+    }
+}
+
+}  // namespace
+
+void QX_Log_Print(int level, const char* module, const char* format, ...) {
+    if (level < g_level.load(std::memory_order_relaxed) || format == nullptr) return;
+    const int savedErrno = errno;  // callers may log errno-dependent text after this call
+
+    std::string text;
+    va_list args;
+    va_start(args, format);
+    va_list copy;
+    va_copy(copy, args);
+    char small[512];
+    const int needed = std::vsnprintf(small, sizeof small, format, args);
+    va_end(args);
+    if (needed < 0) {
+        text = format;  // a broken format: log it verbatim rather than nothing
+    } else if (static_cast<size_t>(needed) < sizeof small) {
+        text.assign(small, static_cast<size_t>(needed));
+    } else {
+        text.resize(static_cast<size_t>(needed) + 1);
+        std::vsnprintf(text.data(), text.size(), format, copy);
+        text.resize(static_cast<size_t>(needed));
+    }
+    va_end(copy);
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+
+    const std::string tag = module != nullptr ? module : "";
+    std::shared_ptr<const korva::host::LogSink> sink;
+    {
+        SinkHolder& holder = sinkHolder();
+        std::lock_guard<std::mutex> lock(holder.mutex);
+        sink = holder.sink;
+    }
+    if (sink) {
+        (*sink)(level, tag, text);
+    } else {
+        std::string line = logTime();
+        line += ' ';
+        line += std::to_string(level);
+        line += " [";
+        line += tag;
+        line += "] ";
+        line += text;
+        line += '\n';
+        writeAll(STDERR_FILENO, line);  // one write: lines of concurrent callers do not mix
+    }
+    errno = savedErrno;
+}
+
+namespace korva::host {
+
+void setLogLevel(int level) { g_level.store(level, std::memory_order_relaxed); }
+
+void setLogSink(LogSink sink) {
+    std::shared_ptr<const LogSink> next;
+    if (sink) next = std::make_shared<const LogSink>(std::move(sink));
+    SinkHolder& holder = sinkHolder();
+    std::lock_guard<std::mutex> lock(holder.mutex);
+    holder.sink = std::move(next);
+}
+
+}  // namespace korva::host
