@@ -178,7 +178,13 @@ class AlarmBus {
     }
 
     void publish(const std::string& devIndex, const std::string& bytes) {
-        if (!m_delivery.post([this, devIndex, bytes] { deliver(devIndex, bytes); })) {
+        int lastId;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            lastId = m_nextId - 1;
+        }
+        if (!m_delivery.post(
+                [this, devIndex, bytes, lastId] { deliver(devIndex, bytes, lastId); })) {
             QX_Log_Print(4, kModule, "alarm of device %s dropped: %zu alarms waiting",
                          devIndex.c_str(), kQueueCapacity);
         }
@@ -203,8 +209,9 @@ class AlarmBus {
     }
 
     // Calls the routine of every started subscription that wants the alarm, in id order. The
-    // list is re-read after every call, so a subscription ended meanwhile is not called.
-    void deliver(const std::string& devIndex, const std::string& bytes) {
+    // list is re-read after every call, so a subscription ended meanwhile is not called;
+    // subscriptions made after the alarm was published (id above lastId) do not get it.
+    void deliver(const std::string& devIndex, const std::string& bytes, int lastId) {
         int last = 0;
         std::unique_lock<std::mutex> lock(m_mutex);
         for (;;) {
@@ -213,7 +220,7 @@ class AlarmBus {
                     return entry.second.started &&
                            (devIndex.empty() || entry.second.includes(devIndex));
                 });
-            if (next == m_subscriptions.end()) return;
+            if (next == m_subscriptions.end() || next->first > lastId) return;
             last = next->first;
             const QX_AlarmDataCallBack callback = next->second.callback;
             void* const user = next->second.user;

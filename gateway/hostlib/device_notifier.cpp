@@ -29,18 +29,26 @@ int DeviceNotifier::remove(QX_DeviceNotifyCallBack callback) {
 }
 
 void DeviceNotifier::notify(int event, std::string devIndex) {
-    m_queue.post([this, event, devIndex = std::move(devIndex)] { dispatch(event, devIndex); });
+    uint64_t lastRegistration;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        lastRegistration = m_nextId - 1;
+    }
+    m_queue.post([this, event, devIndex = std::move(devIndex), lastRegistration] {
+        dispatch(event, devIndex, lastRegistration);
+    });
 }
 
-void DeviceNotifier::dispatch(int event, const std::string& devIndex) {
+void DeviceNotifier::dispatch(int event, const std::string& devIndex, uint64_t lastRegistration) {
     // Walks the registrations by id, re-reading the list after every call, so a routine
-    // removed meanwhile is never called and none is called twice for one event.
+    // removed meanwhile is never called and none is called twice for one event. Routines
+    // registered after the event happened do not hear of it.
     uint64_t last = 0;
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
         auto next = std::find_if(m_registrations.begin(), m_registrations.end(),
                                  [&](const Registration& r) { return r.id > last; });
-        if (next == m_registrations.end()) return;
+        if (next == m_registrations.end() || next->id > lastRegistration) return;
         last = next->id;
         const Registration registration = *next;
         m_running = registration.callback;

@@ -21,8 +21,9 @@ class DeviceNotifier {
     int add(QX_DeviceNotifyCallBack callback, void* user);
     int remove(QX_DeviceNotifyCallBack callback);
 
-    // Queues one event for every routine registered when it is delivered. Callers that need
-    // events in the order of their state changes queue them under their own lock.
+    // Queues one event for the routines registered now that are still registered when it is
+    // delivered. Callers that need events in the order of their state changes queue them under
+    // their own lock.
     void notify(int event, std::string devIndex);
 
     // Waits until the events queued so far were delivered (tests).
@@ -39,7 +40,7 @@ class DeviceNotifier {
         void* user;
     };
 
-    void dispatch(int event, const std::string& devIndex);
+    void dispatch(int event, const std::string& devIndex, uint64_t lastRegistration);
 
     std::mutex m_mutex;
     std::condition_variable m_routineDone;

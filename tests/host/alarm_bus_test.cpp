@@ -1,0 +1,228 @@
+// The alarm bus: subscription bodies, delivery to started subscriptions of the device with the
+// exact bytes, and the end of a subscription.
+#include "host/alarm_bus.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "gateway/testing/harness.h"
+#include "tests/host/bus_test_support.h"
+
+namespace korva::testing {
+namespace {
+
+using korva::host::flushAlarms;
+using korva::host::publishAlarm;
+
+int recordAlarm(const char* data, int length, void* user) {
+    static_cast<CallLog<std::string>*>(user)->add(std::string(data, static_cast<size_t>(length)));
+    return 0;
+}
+
+std::string subscribeBody(const std::string& devIndex) {
+    return R"({"SubscribeDeviceMgmt":{"DevEventList":[{"Dev":{"devIndex":")" + devIndex +
+           R"(","uploadMode":"all"}}],"eventMode":"device"}})"
+           "\n";
+}
+
+std::string addDeviceBody(const std::string& devIndex) {
+    return R"({"SubscribeDevEvent":{"devIndex":")" + devIndex + R"(","uploadMode":"all"}})";
+}
+
+class AlarmBusTest : public ::testing::Test {
+  protected:
+    // A started subscription for one device that records into log.
+    int subscribe(const std::string& devIndex, CallLog<std::string>* log, bool start = true) {
+        int id = -1;
+        std::string reply;
+        EXPECT_EQ(0,
+                  QX_AlarmBus_Subscribe(&id, &reply, subscribeBody(devIndex), recordAlarm, log, 1));
+        if (start) {
+            EXPECT_EQ(0, QX_AlarmBus_StartUploadData(id));
+        }
+        return id;
+    }
+
+    HostFixture m_host;
+};
+
+TEST_F(AlarmBusTest, SubscribeReadsOnlyWellTypedBodies) {
+    struct Case {
+        const char* body;
+        bool accepted;
+    };
+    const Case cases[] = {
+        {R"({"SubscribeDeviceMgmt":{"DevEventList":[{"Dev":{"devIndex":"a","uploadMode":"all"}}],"eventMode":"device"}})",
+         true},
+        {R"({"SubscribeDeviceMgmt":{"DevEventList":[]}})", true},
+        {R"({"SubscribeDeviceMgmt":{"DevEventList":[{"Dev":{"devIndex":"a"}},{"Dev":{"devIndex":"b"}}]}})",
+         true},
+        {"", false},
+        {"not json", false},
+        {"[]", false},
+        {R"({"SubscribeDeviceMgmt":"x"})", false},
+        {R"({"SubscribeDeviceMgmt":{}})", false},
+        {R"({"SubscribeDeviceMgmt":{"DevEventList":{}}})", false},
+        {R"({"SubscribeDeviceMgmt":{"DevEventList":["a"]}})", false},
+        {R"({"SubscribeDeviceMgmt":{"DevEventList":[{"Dev":"a"}]}})", false},
+        {R"({"SubscribeDeviceMgmt":{"DevEventList":[{"Dev":{"devIndex":7}}]}})", false},
+        {R"({"SubscribeDeviceMgmt":{"DevEventList":[{"Dev":{"devIndex":""}}]}})", false},
+        {R"({"SubscribeDeviceMgmt":{"DevEventList":[{"Dev":{"devIndex":"a","uploadMode":1}}]}})",
+         false},
+        {R"({"SubscribeDeviceMgmt":{"DevEventList":[],"eventMode":[]}})", false},
+        {R"({"SubscribeDeviceMgmt":{"DevEventList":[]}} trailing)", false},
+    };
+    CallLog<std::string> log;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.body);
+        int id = -1;
+        const int result = QX_AlarmBus_Subscribe(&id, nullptr, c.body, recordAlarm, &log, 1);
+        EXPECT_EQ(c.accepted, result == 0);
+        EXPECT_EQ(c.accepted, id > 0);
+    }
+    int id = -1;
+    EXPECT_NE(0, QX_AlarmBus_Subscribe(&id, nullptr, subscribeBody("a"), nullptr, nullptr, 1));
+    EXPECT_NE(0, QX_AlarmBus_Subscribe(nullptr, nullptr, subscribeBody("a"), recordAlarm, &log, 1));
+}
+
+TEST_F(AlarmBusTest, DeliversExactBytesToStartedSubscriptionsOfTheDevice) {
+    CallLog<std::string> cam1, cam2, notStarted, both;
+    subscribe("cam-1", &cam1);
+    const int second = subscribe("cam-2", &cam2);
+    subscribe("cam-1", &notStarted, false);
+    const int fourth = subscribe("cam-1", &both);
+    std::string reply;
+    ASSERT_EQ(0, QX_AlarmBus_AddDevice(&reply, fourth, "cam-2", addDeviceBody("cam-2")));
+
+    const std::string binary("<a>\0\xff\r\n</a>", 11);
+    publishAlarm("cam-1", binary);
+    publishAlarm("cam-2", "two");
+    publishAlarm("cam-3", "nobody");
+    publishAlarm("", "everyone");
+    flushAlarms();
+
+    EXPECT_EQ((std::vector<std::string>{binary, "everyone"}), cam1.calls());
+    EXPECT_EQ((std::vector<std::string>{"two", "everyone"}), cam2.calls());
+    EXPECT_EQ((std::vector<std::string>{binary, "two", "everyone"}), both.calls());
+    EXPECT_EQ(0u, notStarted.size());
+
+    ASSERT_EQ(0, QX_AlarmBus_DeleteDevice(&reply, fourth, "cam-1"));
+    EXPECT_NE(0, QX_AlarmBus_DeleteDevice(&reply, fourth, "cam-1"));
+    publishAlarm("cam-1", "after delete");
+    flushAlarms();
+    EXPECT_EQ(3u, both.size());
+    EXPECT_EQ(3u, cam1.size());
+
+    const auto subscriptions = korva::host::listSubscriptions();
+    ASSERT_EQ(4u, subscriptions.size());
+    EXPECT_EQ(second, subscriptions[1].id);
+    EXPECT_FALSE(subscriptions[2].started);
+    EXPECT_EQ((std::vector<std::string>{"cam-2"}), subscriptions[3].devices);
+}
+
+TEST_F(AlarmBusTest, AddDeviceChecksItsArguments) {
+    CallLog<std::string> log;
+    const int id = subscribe("cam-1", &log);
+    struct Case {
+        int id;
+        std::string devIndex;
+        std::string body;
+        bool accepted;
+    };
+    const Case cases[] = {
+        {id, "cam-2", addDeviceBody("cam-2"), true},
+        {id, "cam-2", addDeviceBody("cam-2"), true},  // already there: no duplicate
+        {id, "cam-3", addDeviceBody("cam-4"), false},
+        {id, "cam-3", R"({"SubscribeDevEvent":{"devIndex":3}})", false},
+        {id, "cam-3", R"({"SubscribeDevEvent":[]})", false},
+        {id, "cam-3", "{", false},
+        {id + 100, "cam-3", addDeviceBody("cam-3"), false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.body);
+        std::string reply;
+        EXPECT_EQ(c.accepted, QX_AlarmBus_AddDevice(&reply, c.id, c.devIndex, c.body) == 0);
+        EXPECT_FALSE(reply.empty());
+    }
+    EXPECT_EQ((std::vector<std::string>{"cam-1", "cam-2"}),
+              korva::host::listSubscriptions().at(0).devices);
+    EXPECT_NE(0, QX_AlarmBus_StartUploadData(id + 100));
+}
+
+TEST_F(AlarmBusTest, UnsubscribeAndResetEndDelivery) {
+    CallLog<std::string> first, second;
+    const int a = subscribe("cam-1", &first);
+    const int b = subscribe("cam-1", &second);
+    EXPECT_NE(0, QX_AlarmBus_CheckIDValid(a));
+    std::string reply;
+    ASSERT_EQ(0, QX_AlarmBus_UnSubscribe(&reply, a, 1));
+    EXPECT_NE(0, QX_AlarmBus_UnSubscribe(&reply, a, 1));
+    EXPECT_EQ(0, QX_AlarmBus_CheckIDValid(a));
+    publishAlarm("cam-1", "x");
+    flushAlarms();
+    EXPECT_EQ(0u, first.size());
+    EXPECT_EQ(1u, second.size());
+
+    korva::host::resetAlarmBus();
+    EXPECT_EQ(0, QX_AlarmBus_CheckIDValid(b));
+    EXPECT_TRUE(korva::host::listSubscriptions().empty());
+    publishAlarm("cam-1", "y");
+    flushAlarms();
+    EXPECT_EQ(1u, second.size());
+    // Ids are never reused, not even after a reset.
+    CallLog<std::string> third;
+    EXPECT_GT(subscribe("cam-1", &third), b);
+}
+
+TEST_F(AlarmBusTest, UnsubscribeWaitsForTheRunningRoutine) {
+    struct Slow {
+        std::atomic<bool> entered{false};
+        std::atomic<bool> inside{false};
+        std::atomic<int> calls{0};
+    } slow;
+    auto routine = [](const char*, int, void* user) -> int {
+        auto* self = static_cast<Slow*>(user);
+        self->inside = true;
+        self->entered = true;
+        self->calls.fetch_add(1);
+        std::this_thread::sleep_for(150ms);
+        self->inside = false;
+        return 0;
+    };
+    int id = -1;
+    ASSERT_EQ(0, QX_AlarmBus_Subscribe(&id, nullptr, subscribeBody("cam-1"), routine, &slow, 1));
+    ASSERT_EQ(0, QX_AlarmBus_StartUploadData(id));
+    publishAlarm("cam-1", "first");
+    publishAlarm("cam-1", "second");
+    while (!slow.entered) std::this_thread::sleep_for(1ms);
+    ASSERT_EQ(0, QX_AlarmBus_UnSubscribe(nullptr, id, 1));
+    EXPECT_FALSE(slow.inside);
+    flushAlarms();
+    EXPECT_EQ(1, slow.calls.load());
+}
+
+TEST_F(AlarmBusTest, RoutineMayEndItsOwnSubscription) {
+    struct State {
+        int id = -1;
+        std::atomic<int> calls{0};
+        std::atomic<int> result{-1};
+    } state;
+    auto routine = [](const char*, int, void* user) -> int {
+        auto* self = static_cast<State*>(user);
+        self->calls.fetch_add(1);
+        self->result = QX_AlarmBus_UnSubscribe(nullptr, self->id, 1);
+        return 0;
+    };
+    ASSERT_EQ(
+        0, QX_AlarmBus_Subscribe(&state.id, nullptr, subscribeBody("cam-1"), routine, &state, 1));
+    ASSERT_EQ(0, QX_AlarmBus_StartUploadData(state.id));
+    publishAlarm("cam-1", "a");
+    publishAlarm("cam-1", "b");
+    flushAlarms();
+    EXPECT_EQ(1, state.calls.load());
+    EXPECT_EQ(0, state.result.load());
+}
+
+}  // namespace
+}  // namespace korva::testing

@@ -1,0 +1,57 @@
+// Recorders shared by the host bus tests: they capture what the host's threads hand to a
+// plug-in's routines and let a test wait for it.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace korva::testing {
+
+using namespace std::chrono_literals;
+
+// Collects calls of a routine made on other threads.
+template <typename Call>
+class CallLog {
+  public:
+    void add(Call call) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_calls.push_back(std::move(call));
+        m_changed.notify_all();
+    }
+    bool waitFor(size_t n, std::chrono::milliseconds timeout = 5s) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_changed.wait_for(lock, timeout, [&] { return m_calls.size() >= n; });
+    }
+    std::vector<Call> calls() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_calls;
+    }
+    size_t size() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_calls.size();
+    }
+
+  private:
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::vector<Call> m_calls;
+};
+
+// One completion of a relay: the bytes and the thread that delivered them.
+struct Completion {
+    std::string bytes;
+    std::thread::id thread;
+};
+
+// A QX_DeviceCfgCallBack whose userData is a CallLog<Completion>.
+inline int recordCompletion(const char* data, int length, void* userData) {
+    static_cast<CallLog<Completion>*>(userData)->add(
+        Completion{std::string(data, static_cast<size_t>(length)), std::this_thread::get_id()});
+    return 0;
+}
+
+}  // namespace korva::testing
