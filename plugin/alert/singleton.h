@@ -9,18 +9,18 @@
 namespace QXKORVAProtocol {
 
 class CNoncopyable {
-protected:
+  protected:
     CNoncopyable() = default;
     ~CNoncopyable() = default;
 
-public:
+  public:
     CNoncopyable(const CNoncopyable&) = delete;
     CNoncopyable& operator=(const CNoncopyable&) = delete;
 };
 
 template <typename T>
 class CSingleton : private CNoncopyable {
-public:
+  public:
     // The instance, created on first call. A failure to lock the creation mutex throws
     // std::system_error; a failed allocation throws std::bad_alloc.
     static T* getInstance() {
@@ -35,11 +35,11 @@ public:
         return instance;
     }
 
-protected:
+  protected:
     CSingleton() = default;
     ~CSingleton() = default;
 
-private:
+  private:
     static inline std::atomic<T*> s_instance{nullptr};
     static inline std::mutex s_mutex;
 };

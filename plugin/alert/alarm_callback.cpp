@@ -1,0 +1,69 @@
+// CEventPto's alarm-bus data routine: one alarm in, one translated document queued for every
+// open stream of its device.
+#include <json/reader.h>
+#include <json/value.h>
+
+#include <new>
+
+#include "plugin/alert/alarm_param.h"
+#include "plugin/alert/alarm_translation.h"
+#include "plugin/alert/event_pto.h"
+#include "plugin/pipeline/plugin_log.h"
+
+namespace QXKORVAProtocol {
+namespace {
+
+// The bus's own keep-alive alarm; streams have their own heartbeat instead.
+bool isBusHeartBeat(const Json::Value& root) {
+    if (!root.isMember("EventNotificationAlert")) return false;
+    const Json::Value& alert = root["EventNotificationAlert"];
+    if (!alert.isObject() || !alert.isMember("eventDescription")) return false;
+    const Json::Value& description = alert["eventDescription"];
+    return description.isString() && description.asString() == "Heart Beat";
+}
+
+// The alarm's device index, false when it names none.
+bool alarmDevice(const Json::Value& root, std::string* devIndex) {
+    const Json::Value& alert = root["EventNotificationAlert"];
+    if (!alert.isObject() || !alert.isMember("devIndex")) return false;
+    const Json::Value& value = alert["devIndex"];
+    if (!value.isString()) return false;
+    *devIndex = value.asString();
+    return true;
+}
+
+}  // namespace
+
+// Runs on the bus's delivery thread. The alarm is parsed and translated once; each stream gets
+// its own copy of the text. Streams whose head has not gone out yet are skipped. Only the
+// stream table's read side is taken, so a slow client never holds up the bus.
+int CEventPto::fAlarmDataCallBack(const char* data, int length, void* user) {
+    auto* service = static_cast<CEventPto*>(user);
+    if (service == nullptr || data == nullptr || length <= 0) {
+        QXW_LOG(5, "param error");
+        return -1;
+    }
+    try {
+        Json::Value root;
+        Json::Reader reader;
+        if (!reader.parse(data, data + length, root, false) || !root.isObject()) return -1;
+        if (isBusHeartBeat(root)) return length;
+        std::string xml;
+        std::string devIndex;
+        if (!translateAlarm(root, &xml) || !alarmDevice(root, &devIndex)) return -1;
+        for (const SessionPtr& stream : service->findStreamsByDevice(devIndex)) {
+            if (!stream->isOpen()) continue;
+            auto* item = new (std::nothrow) CAlarmParam(xml, stream, service);
+            if (item == nullptr) {
+                QXW_LOG(5, "new CAlarmParam failed.");
+                return -1;
+            }
+            service->queueAlarmParam(item);
+        }
+        return length;
+    } catch (...) {
+        return -1;
+    }
+}
+
+}  // namespace QXKORVAProtocol

@@ -1,0 +1,91 @@
+// CEventPto's workers: each queued part is framed and written to its stream's connection, one
+// writer per stream at a time; broken links end the stream.
+#include <cstdio>
+#include <memory>
+
+#include "host/alarm_bus.h"
+#include "host/http_exchange.h"
+#include "host/kvl_runtime.h"
+#include "plugin/alert/alarm_param.h"
+#include "plugin/alert/alert_part.h"
+#include "plugin/alert/event_pto.h"
+#include "plugin/pipeline/plugin_log.h"
+
+namespace QXKORVAProtocol {
+
+std::string buildAlertPart(const std::string& xml) {
+    char header[256] = {};
+    std::snprintf(header, sizeof(header),
+                  "--boundary\r\nContent-Type: application/xml; charset=\"UTF-8\"\r\n"
+                  "Content-Length: %d\r\n\r\n",
+                  static_cast<int>(xml.size()));
+    std::string part(header);
+    part += xml;
+    return part;
+}
+
+namespace {
+
+enum class WriteResult { kComplete, kBroken, kIncomplete };
+
+// Writes the part of xml to the stream's connection and updates its link statistics: a
+// complete write resets the quiet time and the failure count, an incomplete one counts.
+WriteResult sendPart(CAlertStreamSession& stream, const std::string& xml) {
+    const std::string part = buildAlertPart(xml);
+    QXHttpService::CHttpExchange exchange(stream.getHttpHandle());
+    const int written = exchange.response(part.data(), static_cast<int>(part.size()));
+    if (written == static_cast<int>(part.size())) {
+        stream.lastSendTick = KVL_GetTimeTick();
+        stream.sendFailCount = 0;
+        return WriteResult::kComplete;
+    }
+    if (written == QXHttpService::CHttpExchange::kLinkBroken) return WriteResult::kBroken;
+    stream.sendFailCount.fetch_add(1);
+    return WriteResult::kIncomplete;
+}
+
+}  // namespace
+
+// A worker hands its part to the stream's queue; when no other worker is writing that stream
+// it becomes the writer and sends every queued part in order. The writer holds no lock while a
+// part goes out, so a slow client delays only its own stream, and parts never interleave.
+int CEventPto::fAlarmProcessThread(void* item) {
+    auto* param = static_cast<CAlarmParam*>(item);
+    if (param == nullptr) {
+        QXW_LOG(5, "pCAlarmParam is NULL");
+        return 0;
+    }
+    SessionPtr stream = param->getAlertStreamSession();
+    if (!stream) {
+        QXW_LOG(5, "getAlertStreamSession failed");
+        delete param;
+        return 0;
+    }
+    param->releaseStream();
+    if (!stream->pushPart(param)) return 0;
+    while (CAlarmParam* next = stream->popPart()) {
+        std::unique_ptr<CAlarmParam> owned(next);
+        if (sendPart(*stream, owned->getAlarmXml()) != WriteResult::kBroken) continue;
+        CEventPto* owner = owned->getUserPtr();
+        if (owner == nullptr) {
+            QXW_LOG(5, "getUserPtr failed");
+            continue;
+        }
+        owner->dropBrokenStream(*stream);
+        QXW_LOG(5, "[DevIndex=%s]link broken response fail.", stream->getDevIndex().c_str());
+    }
+    return 0;
+}
+
+// Removes the stream; when it was its device's last, the device leaves the subscription. Both
+// under subscriptionMutex, so a stream request of the same device cannot slip in between.
+void CEventPto::dropBrokenStream(const CAlertStreamSession& stream) {
+    std::lock_guard<std::mutex> lock(subscriptionMutex);
+    removeStream(stream.getStreamId());
+    const int id = alarmSubscribeId;
+    if (id == -1 || !findStreamsByDevice(stream.getDevIndex()).empty()) return;
+    std::string reply;
+    QX_AlarmBus_DeleteDevice(&reply, id, stream.getDevIndex());
+}
+
+}  // namespace QXKORVAProtocol
