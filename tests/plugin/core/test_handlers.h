@@ -1,0 +1,81 @@
+// Test-only handlers: the real resource handlers are not part of these tests, so the pipeline
+// and the relay are driven through handlers that claim test URLs no real handler serves.
+#pragma once
+
+#include <atomic>
+#include <string>
+
+#include "host/http_exchange.h"
+#include "plugin/pipeline/protocol_base.h"
+#include "plugin/relay/dev_cfg_base.h"
+#include "plugin/relay/gateway_url.h"
+
+namespace QXKORVAProtocol::testing {
+
+inline constexpr const char* kProbeUrl = "/KORVA/Test/probe";
+inline constexpr const char* kRelayUrl = "/KORVA/Test/relay";
+
+// Claims GET kProbeUrl; procProtocol records its call and answers with a fixed result.
+class ProbeHandler : public CProtocolBase {
+  public:
+    explicit ProbeHandler(int result = 200) : m_result(result) {}
+
+    int matchURL(const std::string& url, unsigned char method) override {
+        return cmpURL(url, kProbeUrl) && method == QXHttpService::kMethodGet ? 0 : -1;
+    }
+    int procProtocol(int*, std::string* response, int*, const ExchangeHolder&,
+                     const std::string& boundDevice) override {
+        ++calls;
+        devIndex = boundDevice;
+        *response = "probe answer";
+        return m_result;
+    }
+
+    int calls = 0;
+    std::string devIndex;
+
+  private:
+    int m_result;
+};
+
+// Claims kRelayUrl (any method) and relays it to the device of the request, or to a scripted
+// device index; the request and relay steps can be made to fail.
+class RelayHandler : public CDevCfgBase {
+  public:
+    int matchURL(const std::string& url, unsigned char) override {
+        return cmpURL(url, kRelayUrl) ? 0 : -1;
+    }
+    int covertRsp(std::string*, const Json::Value&, const std::string&, int) override { return -1; }
+    int covertUrlandBody(std::string* jsonUrl, std::string* jsonBody, const ExchangeHolder&,
+                         const std::string& devIndex) override {
+        if (convertResult != 0) return convertResult;
+        const std::string target = targetDevice.empty() ? devIndex : targetDevice;
+        if (!formatGatewayUrl(jsonUrl, "%s?format=json&devIndex=%s", kRelayUrl, target.c_str())) {
+            return 1;
+        }
+        *jsonBody = "{\"probe\":true}\n";
+        return 0;
+    }
+    int prepareAsynRequest(DeviceCfgContext* context, std::string* jsonBody, int* timeoutMs,
+                           QXHttpService::CHttpExchange* exchange) override {
+        preparedTimeoutMs = *timeoutMs;
+        preparedHandle = context->httpHandle;
+        preparedOwnExchange =
+            exchange != nullptr && exchange->getHttpHandle() == context->httpHandle;
+        preparedBody = *jsonBody;
+        if (timeoutOverride != 0) *timeoutMs = timeoutOverride;
+        return prepareResult;
+    }
+
+    int convertResult = 0;
+    int prepareResult = 1;
+    int timeoutOverride = 0;
+    std::string targetDevice;
+
+    int preparedTimeoutMs = 0;
+    int preparedHandle = -1;
+    bool preparedOwnExchange = false;
+    std::string preparedBody;
+};
+
+}  // namespace QXKORVAProtocol::testing
