@@ -37,8 +37,10 @@ struct StringWriter : pugi::xml_writer {
     }
 };
 
+// parse_fragment keeps text outside the root as nodes (pugixml drops it silently otherwise), so
+// that Parse can refuse it; DOCTYPE nodes are kept so that they can be refused too.
 constexpr unsigned kParseFlags = pugi::parse_default | pugi::parse_declaration |
-                                 pugi::parse_doctype;
+                                 pugi::parse_doctype | pugi::parse_fragment;
 constexpr unsigned kFormatFlags = pugi::format_indent | pugi::format_no_declaration;
 
 bool nameMatches(const pugi::xml_node& node, const char* name) {

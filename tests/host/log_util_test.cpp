@@ -1,0 +1,128 @@
+// Logging, nonces, ISO time and the configuration snapshots.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "gateway/hostlib/host_control.h"
+#include "host/config_mgr.h"
+#include "host/host_util.h"
+#include "host/qx_log.h"
+
+namespace {
+
+struct Line {
+    int level;
+    std::string module;
+    std::string text;
+};
+
+class LogCapture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        korva::host::setLogSink([this](int level, const std::string& module, const std::string& text) {
+            lines.push_back({level, module, text});
+        });
+    }
+    void TearDown() override {
+        korva::host::setLogSink(nullptr);
+        korva::host::setLogLevel(3);
+    }
+    std::vector<Line> lines;
+};
+
+}  // namespace
+
+TEST_F(LogCapture, LevelThresholdAndFormatting) {
+    QX_Log_Print(2, "QXW", "[%s(%d)] dropped", "f", 1);
+    QX_Log_Print(3, "QXW", "[%s(%d)] kept %s", "QXKORVAProtocol::CEventPto::start", 42, "ok");
+    QX_Log_Print(5, nullptr, "failure %x", 0x20000004u);
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0].level, 3);
+    EXPECT_EQ(lines[0].module, "QXW");
+    EXPECT_EQ(lines[0].text, "[QXKORVAProtocol::CEventPto::start(42)] kept ok");
+    EXPECT_EQ(lines[1].text, "failure 20000004");
+    korva::host::setLogLevel(1);
+    QX_Log_Print(1, "QXW", "now %d", 1);
+    EXPECT_EQ(lines.size(), 3u);
+}
+
+TEST_F(LogCapture, LongLinesAreNotCut) {
+    const std::string big(100000, 'x');
+    QX_Log_Print(5, "QXW", "<%s>", big.c_str());
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].text, "<" + big + ">");
+}
+
+TEST(Log, WritesOneLineToStandardError) {
+    char path[] = "/tmp/korva-log-XXXXXX";
+    const int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    const int saved = dup(STDERR_FILENO);
+    dup2(fd, STDERR_FILENO);
+    QX_Log_Print(4, "QXW", "hello %d", 7);
+    dup2(saved, STDERR_FILENO);
+    close(saved);
+    std::string text(256, '\0');
+    const ssize_t n = pread(fd, text.data(), text.size(), 0);
+    close(fd);
+    unlink(path);
+    ASSERT_GT(n, 0);
+    text.resize(static_cast<size_t>(n));
+    EXPECT_TRUE(std::regex_match(
+        text, std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d 4 \[QXW\] hello 7\n)")))
+        << text;
+}
+
+TEST(HostUtil, NoncesAreFreshShortAndPrintable) {
+    std::set<std::string> seen;
+    for (int i = 0; i < 200; ++i) {
+        char buffer[64] = {};
+        ASSERT_EQ(CreateNonce(buffer, sizeof buffer), 0);
+        const std::string nonce(buffer);
+        EXPECT_LT(nonce.size(), 64u);
+        EXPECT_TRUE(std::regex_match(nonce, std::regex("[A-Za-z0-9_-]+"))) << nonce;
+        EXPECT_TRUE(seen.insert(nonce).second);
+    }
+    char tiny[8] = {};
+    EXPECT_EQ(CreateNonce(tiny, sizeof tiny), -1);
+    EXPECT_EQ(CreateNonce(nullptr, 64), -1);
+}
+
+TEST(HostUtil, Iso8601Time) {
+    const std::regex form(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d\d:\d\d)");
+    EXPECT_TRUE(std::regex_match(GetCurTime8601(0), form)) << GetCurTime8601(0);
+    const std::string utc = GetCurTime8601(1);
+    EXPECT_TRUE(std::regex_match(utc, form));
+    EXPECT_EQ(utc.substr(19), "+00:00");
+}
+
+TEST(Config, DefaultsAndSnapshots) {
+    auto user = QX_ConfigMgr_GetUserCfg();
+    ASSERT_NE(user, nullptr);
+    EXPECT_EQ(user->isActivated(), 1);
+    EXPECT_EQ(user->getRealm(), "KORVA Gateway");
+    auto network = QX_GatewayCfgBus_GetAccessProtocol();
+    ASSERT_NE(network, nullptr);
+    EXPECT_EQ(network->getHttpPort(), 80);
+    EXPECT_EQ(network->getExtRtspPort(), 8554);
+
+    korva::host::setUserConfig(false, "Other");
+    EXPECT_EQ(QX_ConfigMgr_GetUserCfg()->isActivated(), 0);
+    EXPECT_EQ(user->getRealm(), "KORVA Gateway");  // an earlier snapshot does not change
+    QXConfigMgr::NetworkPorts ports;
+    ports.portMapping = true;
+    ports.extHttpPort = 18080;
+    korva::host::setNetworkConfig(ports);
+    EXPECT_EQ(QX_GatewayCfgBus_GetAccessProtocol()->isPlatformPortMapping(), 1);
+    EXPECT_EQ(QX_GatewayCfgBus_GetAccessProtocol()->getExtHttpPort(), 18080);
+    korva::host::setNetworkConfig(std::nullopt);
+    EXPECT_EQ(QX_GatewayCfgBus_GetAccessProtocol(), nullptr);
+
+    korva::host::setUserConfig(true, "KORVA Gateway");
+    korva::host::setNetworkConfig(QXConfigMgr::NetworkPorts{});
+}

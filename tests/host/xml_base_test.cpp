@@ -1,0 +1,231 @@
+// The XML document class: cursor semantics, building, writing and refusal of unsafe input.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <string>
+
+#include "host/xml_base.h"
+
+using QXBase::CXmlBase;
+
+namespace {
+
+const char* const kDoc =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<Root>\n"
+    "  <a>1</a>\n"
+    "  <b>2</b>\n"
+    "  <c><inner>x</inner><inner>y</inner></c>\n"
+    "  <b>3</b>\n"
+    "  <empty/>\n"
+    "</Root>\n";
+
+// A document entered at its root.
+struct Entered {
+    CXmlBase xml;
+    Entered() {
+        EXPECT_TRUE(xml.Parse(kDoc));
+        EXPECT_TRUE(xml.FindElem("Root"));
+        EXPECT_TRUE(xml.IntoElem());
+    }
+};
+
+}  // namespace
+
+TEST(XmlCursor, OrderedSearchNeverGoesBackFromTheCursor) {
+    Entered d;
+    ASSERT_TRUE(d.xml.FindElem("b"));
+    EXPECT_EQ(d.xml.GetData(), "2");
+    EXPECT_FALSE(d.xml.FindElem("a"));  // stands before the cursor
+    EXPECT_EQ(d.xml.GetData(), "2");    // a failed search leaves the cursor
+    ASSERT_TRUE(d.xml.FindElem("b"));   // the next one after the cursor
+    EXPECT_EQ(d.xml.GetData(), "3");
+    EXPECT_FALSE(d.xml.FindElem("b"));
+    EXPECT_EQ(d.xml.GetData(), "3");
+}
+
+TEST(XmlCursor, UnorderedSearchStartsFromTheFirstChild) {
+    Entered d;
+    ASSERT_TRUE(d.xml.FindElem("c"));
+    ASSERT_TRUE(d.xml.FindElemNoOrder("a"));
+    EXPECT_EQ(d.xml.GetData(), "1");
+    ASSERT_TRUE(d.xml.FindElemNoOrder("b"));  // the first b, not the one after the cursor
+    EXPECT_EQ(d.xml.GetData(), "2");
+    EXPECT_FALSE(d.xml.FindElemNoOrder("missing"));
+    EXPECT_EQ(d.xml.GetData(), "2");
+}
+
+TEST(XmlCursor, EmptyOrNullNameMatchesAnyElement) {
+    Entered d;
+    ASSERT_TRUE(d.xml.FindElem(nullptr));
+    EXPECT_EQ(d.xml.GetTagName(), "a");
+    ASSERT_TRUE(d.xml.FindElem(""));
+    EXPECT_EQ(d.xml.GetTagName(), "b");
+}
+
+TEST(XmlCursor, IntoOutOfAndSiblings) {
+    Entered d;
+    EXPECT_FALSE(d.xml.IntoElem());  // nothing current yet
+    ASSERT_TRUE(d.xml.FindElem("c"));
+    ASSERT_TRUE(d.xml.IntoElem());
+    EXPECT_EQ(d.xml.GetData(), "");  // no current element inside c yet
+    ASSERT_TRUE(d.xml.NextSibElem());
+    EXPECT_EQ(d.xml.GetData(), "x");
+    ASSERT_TRUE(d.xml.NextSibElem());
+    EXPECT_EQ(d.xml.GetData(), "y");
+    EXPECT_FALSE(d.xml.NextSibElem());
+    EXPECT_EQ(d.xml.GetData(), "y");
+    ASSERT_TRUE(d.xml.OutOfElem());  // back in Root with c current
+    EXPECT_EQ(d.xml.GetTagName(), "c");
+    ASSERT_TRUE(d.xml.FindElem("b"));  // the search continues after c
+    EXPECT_EQ(d.xml.GetData(), "3");
+    ASSERT_TRUE(d.xml.OutOfElem());
+    EXPECT_EQ(d.xml.GetTagName(), "Root");
+    EXPECT_FALSE(d.xml.OutOfElem());  // top level
+}
+
+TEST(XmlCursor, GetDataOfElementsWithoutText) {
+    Entered d;
+    ASSERT_TRUE(d.xml.FindElem("empty"));
+    EXPECT_EQ(d.xml.GetData(), "");
+    ASSERT_TRUE(d.xml.FindElemNoOrder("c"));
+    EXPECT_EQ(d.xml.GetData(), "");  // only element children
+}
+
+TEST(XmlCursor, EntitiesAndCharacterReferencesAreDecoded) {
+    CXmlBase xml;
+    ASSERT_TRUE(xml.Parse("<a>&lt;&amp;&gt;&quot;&apos;&#65;&#x42;<![CDATA[<c>]]></a>"));
+    ASSERT_TRUE(xml.FindElem("a"));
+    EXPECT_EQ(xml.GetData(), "<&>\"'AB");  // first text node only
+}
+
+TEST(XmlParse, RefusesMalformedAndUnsafeDocuments) {
+    const char* const bad[] = {
+        "",
+        "   ",
+        "<a>",
+        "<a></b>",
+        "<a/><b/>",
+        "text<a/>",
+        "<a/>text",
+        "<!DOCTYPE a><a/>",
+        "<?xml version=\"1.0\"?>\n<!-- c -->\n<!DOCTYPE a SYSTEM \"file:///etc/passwd\"><a/>",
+        "\xEF\xBB\xBF<!DOCTYPE a><a/>",
+        "<a><!DOCTYPE b></a>",
+    };
+    for (const char* text : bad) {
+        CXmlBase xml;
+        EXPECT_FALSE(xml.Parse(text)) << text;
+        EXPECT_FALSE(xml.FindElem(nullptr)) << text;  // the document is empty after a failure
+    }
+    CXmlBase xml;
+    EXPECT_FALSE(xml.Parse(static_cast<const char*>(nullptr)));
+    EXPECT_FALSE(xml.Parse(std::string("<a/>\0<b/>", 9)));
+}
+
+TEST(XmlParse, RefusesEntityExpansionDocumentsQuickly) {
+    std::string laughs = "<?xml version=\"1.0\"?>\n<!DOCTYPE lolz [\n<!ENTITY lol \"lol\">\n";
+    for (int i = 1; i < 10; ++i) {
+        laughs += "<!ENTITY lol" + std::to_string(i) + " \"";
+        for (int k = 0; k < 10; ++k) laughs += "&lol" + (i == 1 ? std::string() : std::to_string(i - 1)) + ";";
+        laughs += "\">\n";
+    }
+    laughs += "]>\n<lolz>&lol9;</lolz>\n";
+    // Also a huge internal subset that a DTD parser would have to walk.
+    std::string big = "<!DOCTYPE a [" + std::string(4 << 20, ' ') + "]><a/>";
+    const auto start = std::chrono::steady_clock::now();
+    CXmlBase xml;
+    EXPECT_FALSE(xml.Parse(laughs));
+    EXPECT_FALSE(xml.Parse(big));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+}
+
+TEST(XmlParse, ReparseResetsTheCursor) {
+    CXmlBase xml;
+    ASSERT_TRUE(xml.Parse("<a><b/></a>"));
+    ASSERT_TRUE(xml.FindElem("a"));
+    ASSERT_TRUE(xml.IntoElem());
+    ASSERT_TRUE(xml.Parse("<x><y>1</y></x>"));
+    EXPECT_FALSE(xml.FindElem("y"));  // at top level again
+    ASSERT_TRUE(xml.FindElem("x"));
+}
+
+namespace {
+
+CXmlBase& buildStatus(CXmlBase& xml) {
+    xml.CreateDeclaration("1.0", "UTF-8");
+    xml.CreateRoot("ResponseStatus");
+    xml.SetAttribute("version", "2.0");
+    xml.SetAttribute("xmlns", "urn:x");
+    xml.AddNode("requestURL", "/a?b&c");
+    xml.OutOfElem();
+    xml.AddNode("box");
+    xml.AddNode("inner", std::string("<1>"));
+    xml.SetAttribute("k", "v");  // on the new element: it is current
+    xml.OutOfElem();
+    xml.AddNode("none");
+    xml.OutOfElem();
+    xml.OutOfElem();
+    return xml;
+}
+
+const char* const kBuilt =
+    "<ResponseStatus version=\"2.0\" xmlns=\"urn:x\">\n"
+    "  <requestURL>/a?b&amp;c</requestURL>\n"
+    "  <box>\n"
+    "    <inner k=\"v\">&lt;1&gt;</inner>\n"
+    "    <none />\n"
+    "  </box>\n"
+    "</ResponseStatus>\n";
+
+}  // namespace
+
+TEST(XmlBuild, AddNodeEntersTheNewElementAndWritesInOrder) {
+    CXmlBase xml;
+    buildStatus(xml);
+    EXPECT_EQ(xml.WriteToBuf(), std::string("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n") + kBuilt);
+    EXPECT_EQ(xml.GetChildren(), kBuilt);
+}
+
+TEST(XmlBuild, RefusesASecondRoot) {
+    CXmlBase xml;
+    ASSERT_TRUE(xml.CreateRoot("a"));
+    EXPECT_FALSE(xml.CreateRoot("b"));
+    EXPECT_EQ(xml.GetTagName(), "a");  // CreateRoot entered the root: (root, none)
+    ASSERT_TRUE(xml.OutOfElem());       // (document, root)
+    EXPECT_FALSE(xml.OutOfElem());
+    EXPECT_FALSE(xml.AddNode("b"));     // would be a second root
+    EXPECT_EQ(xml.GetChildren(), "<a />\n");
+}
+
+TEST(XmlBuild, WrittenDocumentParsesBack) {
+    CXmlBase xml;
+    buildStatus(xml);
+    CXmlBase back;
+    ASSERT_TRUE(back.Parse(xml.WriteToBuf()));
+    ASSERT_TRUE(back.FindElem("ResponseStatus"));
+    ASSERT_TRUE(back.IntoElem());
+    ASSERT_TRUE(back.FindElem("requestURL"));
+    EXPECT_EQ(back.GetData(), "/a?b&c");
+}
+
+TEST(XmlWrite, WriteToBufNeverExceedsItsCapacity) {
+    CXmlBase xml;
+    buildStatus(xml);
+    const std::string full = xml.WriteToBuf();
+    for (int capacity : {1, 2, 10, static_cast<int>(full.size()), static_cast<int>(full.size()) + 1,
+                         static_cast<int>(full.size()) + 50}) {
+        std::string buffer(static_cast<size_t>(capacity) + 8, '#');
+        const int written = xml.WriteToBuf(buffer.data(), capacity);
+        const size_t expected = std::min(full.size(), static_cast<size_t>(capacity) - 1);
+        EXPECT_EQ(written, static_cast<int>(expected)) << capacity;
+        EXPECT_EQ(std::string(buffer.data(), expected), full.substr(0, expected));
+        EXPECT_EQ(buffer[expected], '\0');
+        EXPECT_EQ(buffer.substr(static_cast<size_t>(capacity)), std::string(8, '#')) << capacity;
+    }
+    char one = 'x';
+    EXPECT_EQ(xml.WriteToBuf(&one, 0), -1);
+    EXPECT_EQ(one, 'x');
+    EXPECT_EQ(xml.WriteToBuf(nullptr, 10), -1);
+}
