@@ -112,16 +112,17 @@ class DeviceCfgBus {
         const auto when = DeadlineTimer::Clock::now() + std::chrono::milliseconds(timeoutMs);
         relay->deadlineId = m_deadlines.schedule(when, [this, relay] { timeOut(relay); });
         m_workers.post([this, relay, endpoint = std::move(endpoint), request = std::move(request)] {
-            runDevice(relay, *endpoint, request);
+            runDevice(relay, endpoint.get(), request);
         });
     }
 
-    void runDevice(const std::shared_ptr<Relay>& relay, DeviceEndpoint& endpoint,
+    void runDevice(const std::shared_ptr<Relay>& relay, DeviceEndpoint* endpoint,
                    const DeviceRequest& request) {
-        if (relay->finished) return;  // timed out while waiting for a worker
+        // Timed out while waiting for a worker, or a device without endpoint (never answers).
+        if (relay->finished || endpoint == nullptr) return;
         DeviceReply reply = [this, relay](std::string bytes) { onReply(relay, std::move(bytes)); };
         try {
-            endpoint.handle(request, std::move(reply));
+            endpoint->handle(request, std::move(reply));
         } catch (const std::exception& e) {
             QX_Log_Print(5, kModule, "device %s failed on %s: %s", request.devIndex.c_str(),
                          request.path.c_str(), e.what());

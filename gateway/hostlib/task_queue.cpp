@@ -3,6 +3,12 @@
 #include <algorithm>
 
 namespace korva::host::detail {
+namespace {
+
+// The queue whose task the current thread runs, if any.
+thread_local const TaskQueue* t_currentQueue = nullptr;
+
+}  // namespace
 
 TaskQueue::TaskQueue(std::string name, size_t threads, size_t capacity)
     : m_name(std::move(name)), m_threadCount(std::max<size_t>(threads, 1)), m_capacity(capacity) {}
@@ -59,13 +65,11 @@ void TaskQueue::stop() {
 }
 
 bool TaskQueue::onQueueThread() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    const auto self = std::this_thread::get_id();
-    return std::any_of(m_threads.begin(), m_threads.end(),
-                       [&](const std::thread& t) { return t.get_id() == self; });
+    return t_currentQueue == this;
 }
 
 void TaskQueue::run(uint64_t generation) {
+    t_currentQueue = this;
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
         m_wake.wait(lock, [&] { return m_generation != generation || !m_tasks.empty(); });
