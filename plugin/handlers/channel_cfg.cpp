@@ -76,6 +76,7 @@ int CChannelCfg::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
     if (!exchange.exchange) return kResultNotMine;
     const std::string url = exchange.exchange->getUrl();
     const int method = exchange.exchange->getMethod();
+    jsonBody->clear();  // only a channel update carries a body
     switch (routeOf(url)) {
         case Route::kChannel:
             return covertChannelIDUrlandBody(jsonUrl, jsonBody, url, method, exchange.body,

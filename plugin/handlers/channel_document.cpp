@@ -2,7 +2,7 @@
 // the StreamingChannelList answer.
 #include <json/writer.h>
 
-#include <vector>
+#include <string>
 
 #include "plugin/handlers/channel_cfg.h"
 #include "plugin/handlers/channel_fields.h"
@@ -16,7 +16,7 @@ namespace {
 
 using enum Rule;
 
-// One StreamingChannel document is serialised into a buffer of this size.
+// One StreamingChannel document must fit a buffer of this size (with its terminating NUL).
 constexpr size_t kDocumentBufferSize = 102400;
 
 // Streaming transport of the Transport section written when the device sends none.
@@ -189,9 +189,10 @@ int CChannelCfg::getXmlStreamingChannel(std::string* xmlText, const Json::Value&
     if (channel::writeFields(channel::kStreamingChannel, xml, *content) != kResultOk) {
         return kResultConvertFailed;
     }
-    std::vector<char> buffer(channel::kDocumentBufferSize, '\0');
-    xml.WriteToBuf(buffer.data(), static_cast<int>(buffer.size()));
-    *xmlText = buffer.data();
+    // A document that does not fit the answer buffer is refused rather than sent cut short.
+    std::string text = xml.WriteToBuf();
+    if (text.size() >= channel::kDocumentBufferSize) return kResultConvertFailed;
+    *xmlText = std::move(text);
     return kResultOk;
 }
 
