@@ -59,8 +59,10 @@ void DeadlineTimer::run(uint64_t generation) {
             continue;
         }
         auto first = m_due.begin();
-        if (Clock::now() < first->first.first) {
-            m_changed.wait_until(lock, first->first.first);
+        // A copy: the entry may be cancelled (and freed) while the wait releases the lock.
+        const Clock::time_point when = first->first.first;
+        if (Clock::now() < when) {
+            m_changed.wait_until(lock, when);
             continue;
         }
         std::function<void()> routine = std::move(first->second);
