@@ -6,6 +6,7 @@
 
 #include <atomic>
 
+#include "gateway/hostlib/host_control.h"
 #include "gateway/testing/harness.h"
 #include "host/device_mgr.h"
 #include "tests/host/bus_test_support.h"
@@ -199,6 +200,37 @@ TEST_F(DeviceCfgBusTest, ConcurrentRelaysEachCompleteOnce) {
     }
     std::this_thread::sleep_for(100ms);
     for (size_t n = 0; n < counts.size(); ++n) EXPECT_EQ(1, counts[n].load()) << "relay " << n;
+}
+
+}  // namespace
+}  // namespace korva::testing
+
+namespace korva::testing {
+namespace {
+
+// Runs in a child process: shutdown must return with a relay, an alarm and a notification
+// pending, and the bus must serve again afterwards.
+void shutDownWithWorkPending() {
+    HostFixture host;
+    host.device()->setMode(Mode::kDeferred);
+    CallLog<Completion> pending;
+    if (QX_DeviceCfgBus_ProcessAsyn(0, kUrl, "", recordCompletion, &pending, 60000) != 0) exit(2);
+    if (!host.device()->waitForRequests(1)) exit(3);
+    korva::host::detachDevice("dev-1");
+    korva::host::publishAlarm("", "alarm");
+    korva::host::shutdown();
+
+    korva::host::reattachDevice("dev-1");
+    host.device()->setMode(Mode::kImmediate);
+    CallLog<Completion> after;
+    if (QX_DeviceCfgBus_ProcessAsyn(0, kUrl, "", recordCompletion, &after, 1000) != 0) exit(4);
+    if (!after.waitFor(1) || after.calls()[0].bytes != "{}") exit(5);
+    exit(pending.size() == 0 ? 0 : 6);
+}
+
+TEST(HostShutdownTest, StopsWithWorkPendingAndServesAgain) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(shutDownWithWorkPending(), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
