@@ -25,10 +25,16 @@ struct ErrorCategory {
     int httpStatus = 200;
 };
 
-std::map<uint32_t, ErrorEntry> g_rows[kCategoryCount];
-ErrorCategory g_categories[kCategoryCount];
+struct Catalogue {
+    std::map<uint32_t, ErrorEntry> rows[kCategoryCount];
+    ErrorCategory categories[kCategoryCount];
+};
+
+// Created empty at library load and never destroyed: callbacks on host threads may still read
+// it while the process exits.
+Catalogue& g_catalogue = *new Catalogue();
+KVL_Mutex& g_catalogueLock = *new KVL_Mutex();
 std::atomic<bool> g_ready{false};
-KVL_Mutex g_catalogueLock;
 
 // statusCode of an error number: its top four bits; 0 and 1 belong to category 1.
 int categoryOf(uint32_t errorNumber) {
@@ -57,17 +63,18 @@ void forEachRowOfRun(const ErrorRowRun& run, Visit visit) {
 void initErrorCatalogue() {
     for (const ErrorRowRun& run : errorRowRuns()) {
         forEachRowOfRun(run, [](uint32_t number, std::string_view name) {
-            g_rows[categoryOf(number) - 1][number] = ErrorEntry{name, {}};
+            g_catalogue.rows[categoryOf(number) - 1][number] = ErrorEntry{name, {}};
         });
     }
     for (const ErrorRowMessage& message : errorRowMessages()) {
-        auto& rows = g_rows[categoryOf(message.number) - 1];
+        auto& rows = g_catalogue.rows[categoryOf(message.number) - 1];
         auto row = rows.find(message.number);
         if (row != rows.end()) row->second.errorMsg = message.errorMsg;
     }
     const auto categories = errorCategoryRows();
     for (int i = 0; i < kCategoryCount; ++i) {
-        g_categories[i] = ErrorCategory{categories[i].statusString, categories[i].httpStatus};
+        g_catalogue.categories[i] =
+            ErrorCategory{categories[i].statusString, categories[i].httpStatus};
     }
     g_ready.store(true, std::memory_order_release);
 }
@@ -76,7 +83,7 @@ void initErrorCatalogue() {
 const ErrorEntry* findRow(uint32_t errorNumber) {
     const int category = categoryOf(errorNumber);
     if (!isKnownCategory(category)) return nullptr;
-    const auto& rows = g_rows[category - 1];
+    const auto& rows = g_catalogue.rows[category - 1];
     auto row = rows.find(errorNumber);
     return row == rows.end() ? nullptr : &row->second;
 }
@@ -91,7 +98,7 @@ void ensureErrorCatalogue() {
 
 int getHttpStatusByCategory(int category) {
     ensureErrorCatalogue();
-    return isKnownCategory(category) ? g_categories[category - 1].httpStatus : 200;
+    return isKnownCategory(category) ? g_catalogue.categories[category - 1].httpStatus : 200;
 }
 
 int getHttpStatusByErrorNo(uint32_t errorNumber) {
@@ -99,14 +106,14 @@ int getHttpStatusByErrorNo(uint32_t errorNumber) {
     const int category = categoryOf(errorNumber);
     if (!isKnownCategory(category)) return 200;
     if (errorNumber == kErrorBadAuthorization) return 401;
-    return g_categories[category - 1].httpStatus;
+    return g_catalogue.categories[category - 1].httpStatus;
 }
 
 bool getJsonResponseByError(uint32_t errorNumber, Json::Value& out, int* httpStatus) {
     ensureErrorCatalogue();
     const ErrorEntry* row = findRow(errorNumber);
     if (row == nullptr) return false;
-    const ErrorCategory& category = g_categories[categoryOf(errorNumber) - 1];
+    const ErrorCategory& category = g_catalogue.categories[categoryOf(errorNumber) - 1];
     if (!out.isObject()) out = Json::Value(Json::objectValue);
     out["statusCode"] = Json::UInt(categoryOf(errorNumber));
     out["statusString"] = std::string(category.statusString);
@@ -127,7 +134,7 @@ size_t errorCatalogueSize() {
 
 size_t errorCatalogueSize(int category) {
     ensureErrorCatalogue();
-    return isKnownCategory(category) ? g_rows[category - 1].size() : 0;
+    return isKnownCategory(category) ? g_catalogue.rows[category - 1].size() : 0;
 }
 
 }  // namespace QXKORVAProtocol

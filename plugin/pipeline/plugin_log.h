@@ -16,10 +16,12 @@ std::string qualifiedFunctionName(std::string_view prettyFunction);
 }  // namespace QXKORVAProtocol
 
 // QXW_LOG(level, "format", args...): the format must not contain the "[%s(%d)] " prefix.
-#define QXW_LOG(level, format, ...)                                                            \
-    do {                                                                                       \
-        static const std::string qxwFunctionName_ =                                            \
-            ::QXKORVAProtocol::qualifiedFunctionName(__PRETTY_FUNCTION__);                     \
-        ::QX_Log_Print((level), "QXW", "[%s(%d)] " format, qxwFunctionName_.c_str(),           \
-                       __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                   \
+// The name is computed once per call site and never destroyed, so host threads that still log
+// while the process exits do not read a destroyed string.
+#define QXW_LOG(level, format, ...)                                                         \
+    do {                                                                                    \
+        static const std::string* const qxwFunctionName_ =                                  \
+            new std::string(::QXKORVAProtocol::qualifiedFunctionName(__PRETTY_FUNCTION__)); \
+        ::QX_Log_Print((level), "QXW", "[%s(%d)] " format, qxwFunctionName_->c_str(),       \
+                       __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                \
     } while (0)
