@@ -1,0 +1,37 @@
+// The command line of korva-gateway:
+//   korva-gateway [--config FILE] [--listen HOST:PORT] [--admin-listen HOST:PORT]
+//                 [--plugin PATH] [--log-level N]
+// Flags override the configuration file.
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "gateway/app/gateway_config.h"
+
+namespace korva::gateway {
+
+struct CommandLine {
+    std::optional<std::string> config;
+    std::optional<std::string> listen;
+    std::optional<std::string> adminListen;
+    std::optional<std::string> plugin;
+    std::optional<std::string> logLevel;
+    bool help = false;
+};
+
+class UsageError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// Accepts "--flag value" and "--flag=value". Throws UsageError.
+CommandLine parseCommandLine(int argc, const char* const* argv);
+
+// Applies the flags to the configuration; throws ConfigError naming the flag.
+void applyFlags(const CommandLine& flags, GatewayConfig* config);
+
+const char* usageText();
+
+}  // namespace korva::gateway

@@ -1,0 +1,58 @@
+// The gateway's configuration: parsed from a JSON file (or the embedded default), every member
+// checked, flags applied on top. Errors name the file, the member and the problem.
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "gateway/hostlib/host_control.h"
+#include "gateway/server/gateway_server.h"
+#include "gateway/server/server_limits.h"
+#include "gateway/sim/device_profile.h"
+
+namespace korva::gateway {
+
+struct DeviceConfig {
+    std::string devIndex;
+    std::optional<sim::DeviceProfile> profile;  // none: the plain built-in camera
+    bool attached = true;
+};
+
+struct GatewayConfig {
+    std::string source;  // the file name, or "(embedded default)"
+    ListenAddress listen{"127.0.0.1", 8080};
+    ListenAddress adminListen{"127.0.0.1", 8081};
+    std::string pluginPath;  // absolute, or "" for the library next to the executable
+    std::string realm = "KORVA Gateway";
+    bool activated = true;
+    int logLevel = 3;
+    korva::host::AuthSettings auth;
+    std::optional<QXConfigMgr::NetworkPorts> network;
+    std::vector<korva::host::Account> users;
+    std::vector<DeviceConfig> devices;
+    ServerLimits limits;
+    int ioThreads = 0;  // 0: one per processor, at least 2
+};
+
+// "FILE: FIELD: problem".
+class ConfigError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// Parses configuration text. `source` names it in errors; relative paths (plug-in, profiles)
+// are taken relative to `baseDir`. Throws ConfigError.
+GatewayConfig parseConfig(const std::string& text, const std::string& source,
+                          const std::string& baseDir);
+// Reads and parses a configuration file. Throws ConfigError.
+GatewayConfig loadConfigFile(const std::string& path);
+
+// Parses "HOST:PORT" ("[v6]:PORT" for IPv6; "localhost" is 127.0.0.1); false when malformed.
+bool parseListenAddress(const std::string& text, ListenAddress* out, std::string* problem);
+
+// The embedded default: one user bound to one built-in camera, with the given password.
+GatewayConfig defaultConfig(const std::string& password);
+
+}  // namespace korva::gateway

@@ -1,0 +1,178 @@
+#include "gateway/server/admin_handler.h"
+
+#include <json/json.h>
+
+#include <array>
+
+#include "gateway/hostlib/host_control.h"
+#include "gateway/server/connection_registry.h"
+#include "gateway/server/metrics.h"
+
+namespace korva::gateway {
+
+namespace http = boost::beast::http;
+
+namespace {
+
+constexpr const char* kDevicesPrefix = "/admin/devices/";
+
+std::string compact(const Json::Value& value) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    return Json::writeString(builder, value) + "\n";
+}
+
+AdminAnswer jsonAnswer(int status, const Json::Value& value) {
+    return {status, "application/json", compact(value)};
+}
+
+AdminAnswer errorAnswer(int status, const std::string& text) {
+    return {status, "application/json", jsonError(status, text)};
+}
+
+// The device an alarm document names, "" when it names none or is not JSON.
+std::string alarmDevice(const std::string& body) {
+    Json::CharReaderBuilder builder;
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    Json::Value root;
+    std::string errors;
+    if (!reader->parse(body.data(), body.data() + body.size(), &root, &errors)) return "";
+    if (!root.isObject()) return "";
+    const Json::Value& alert = root["EventNotificationAlert"];
+    if (!alert.isObject()) return "";
+    const Json::Value& devIndex = alert["devIndex"];
+    return devIndex.isString() ? devIndex.asString() : "";
+}
+
+int hexValue(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+}  // namespace
+
+bool percentDecode(const std::string& text, std::string* out) {
+    out->clear();
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') {
+            out->push_back(text[i]);
+            continue;
+        }
+        if (i + 2 >= text.size()) return false;
+        const int high = hexValue(text[i + 1]);
+        const int low = hexValue(text[i + 2]);
+        if (high < 0 || low < 0) return false;
+        out->push_back(static_cast<char>(high * 16 + low));
+        i += 2;
+    }
+    return true;
+}
+
+void AdminHandler::onRequest(const std::shared_ptr<Connection>& connection, HttpRequest&& request) {
+    const AdminAnswer answer = handle(request);
+    connection->answer(answer.status, {{"Content-Type", answer.contentType}}, answer.body);
+}
+
+AdminAnswer AdminHandler::handle(const HttpRequest& request) {
+    std::string path(request.target());
+    if (const auto query = path.find('?'); query != std::string::npos) path.resize(query);
+    const auto verb = request.method();
+
+    if (path == "/metrics") {
+        if (verb != http::verb::get) return errorAnswer(405, "use GET");
+        return {200, "text/plain; version=0.0.4", m_metrics.render(m_korvaConnections.size())};
+    }
+    if (path == "/admin/state") {
+        if (verb != http::verb::get) return errorAnswer(405, "use GET");
+        return state();
+    }
+    if (path == "/admin/alarms") {
+        if (verb != http::verb::post) return errorAnswer(405, "use POST");
+        return postAlarm(request.body());
+    }
+    if (path == "/admin/alarm-bus/reset") {
+        if (verb != http::verb::post) return errorAnswer(405, "use POST");
+        korva::host::resetAlarmBus();
+        return jsonAnswer(200, Json::Value(Json::objectValue));
+    }
+    if (path.rfind(kDevicesPrefix, 0) == 0) {
+        const std::string rest = path.substr(std::char_traits<char>::length(kDevicesPrefix));
+        const auto slash = rest.rfind('/');
+        if (slash != std::string::npos && slash > 0) {
+            const std::string action = rest.substr(slash + 1);
+            std::string devIndex;
+            if (!percentDecode(rest.substr(0, slash), &devIndex)) {
+                return errorAnswer(400, "malformed device index");
+            }
+            if (action == "attach" || action == "detach") {
+                if (verb != http::verb::post) return errorAnswer(405, "use POST");
+                return changeDevice(devIndex, action == "attach");
+            }
+        }
+    }
+    return errorAnswer(404, "no such admin resource");
+}
+
+AdminAnswer AdminHandler::postAlarm(const std::string& body) {
+    const std::string devIndex = alarmDevice(body);
+    korva::host::publishAlarm(devIndex, body);
+    m_metrics.countAlarmPublished();
+    Json::Value answer(Json::objectValue);
+    answer["accepted"] = true;
+    answer["devIndex"] = devIndex.empty() ? Json::Value() : Json::Value(devIndex);
+    return jsonAnswer(202, answer);
+}
+
+AdminAnswer AdminHandler::changeDevice(const std::string& devIndex, bool attach) {
+    bool known = false;
+    for (const auto& device : korva::host::listDevices())
+        known = known || device.devIndex == devIndex;
+    if (!known) return errorAnswer(404, "unknown device " + devIndex);
+    // Both calls report false when nothing changes (already in that state); that is no error.
+    if (attach) {
+        korva::host::reattachDevice(devIndex);
+    } else {
+        korva::host::detachDevice(devIndex);
+    }
+    Json::Value answer(Json::objectValue);
+    answer["devIndex"] = devIndex;
+    answer["attached"] = attach;
+    return jsonAnswer(200, answer);
+}
+
+AdminAnswer AdminHandler::state() {
+    Json::Value root(Json::objectValue);
+    Json::Value& devices = root["devices"] = Json::Value(Json::arrayValue);
+    for (const auto& device : korva::host::listDevices()) {
+        Json::Value entry(Json::objectValue);
+        entry["devIndex"] = device.devIndex;
+        entry["attached"] = device.attached;
+        devices.append(entry);
+    }
+    Json::Value& subscriptions = root["subscriptions"] = Json::Value(Json::arrayValue);
+    for (const auto& subscription : korva::host::listSubscriptions()) {
+        Json::Value entry(Json::objectValue);
+        entry["id"] = subscription.id;
+        entry["started"] = subscription.started;
+        Json::Value& list = entry["devices"] = Json::Value(Json::arrayValue);
+        for (const auto& device : subscription.devices) list.append(device);
+        subscriptions.append(entry);
+    }
+    Json::Value& connections = root["connections"] = Json::Value(Json::objectValue);
+    const auto entries = m_korvaConnections.snapshot();
+    connections["open"] = static_cast<Json::UInt64>(entries.size());
+    connections["streams"] = static_cast<Json::Int64>(m_metrics.openStreams());
+    Json::Value& list = connections["list"] = Json::Value(Json::arrayValue);
+    for (const auto& entry : entries) {
+        Json::Value item(Json::objectValue);
+        item["id"] = static_cast<Json::UInt64>(entry.id);
+        item["peer"] = entry.peer;
+        item["phase"] = entry.phase;
+        list.append(item);
+    }
+    return jsonAnswer(200, root);
+}
+
+}  // namespace korva::gateway

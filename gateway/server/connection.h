@@ -1,0 +1,141 @@
+// One accepted HTTP connection: reads one request at a time, hands it to the listener's
+// RequestHandler, and writes answers, stream heads and stream parts from a single write queue.
+//
+// Ownership: shared. Pending asynchronous operations, the ConnectionRegistry (weakly) and the
+// exchange of the current request (weakly) refer to it; it is destroyed once it is closed and the
+// last operation has completed.
+// Threads: everything runs on the connection's strand. The members marked "any thread" post to
+// the strand and never block on the socket; no lock is held while writing.
+#pragma once
+
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/strand.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "gateway/server/http_wire.h"
+#include "gateway/server/server_limits.h"
+#include "gateway/server/write_job.h"
+
+namespace korva::gateway {
+
+namespace net = boost::asio;
+using tcp = net::ip::tcp;
+using HttpRequest = boost::beast::http::request<boost::beast::http::string_body>;
+
+class Connection;
+class ConnectionRegistry;
+class Metrics;
+
+// What a listener does with each complete request. Called on the connection's strand; it must
+// end the request with Connection::answer or hand it over with Connection::awaitAnswer.
+class RequestHandler {
+  public:
+    virtual ~RequestHandler() = default;
+    virtual void onRequest(const std::shared_ptr<Connection>& connection,
+                           HttpRequest&& request) = 0;
+};
+
+// True on a thread of the gateway's I/O pool (such a thread must never wait for a write).
+bool onIoThread();
+void markIoThread();
+
+class Connection : public std::enable_shared_from_this<Connection> {
+  public:
+    enum class Phase { kReading, kProcessing, kAwaitingAnswer, kWriting, kStreaming, kClosed };
+
+    Connection(tcp::socket socket, RequestHandler& handler, const ServerLimits& limits,
+               ConnectionRegistry& registry, Metrics* metrics);
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    // Starts reading the first request (any thread).
+    void start();
+
+    // ---- On the strand, from RequestHandler::onRequest ----
+    // Serial number of the request being handled (1 for the first on this connection).
+    std::uint64_t requestSerial() const { return m_requestSerial; }
+    // Ends the current request with a complete answer.
+    void answer(int status, const HeaderList& headers, const std::string& body);
+    // The answer comes later through deliverAnswer / beginStream.
+    void awaitAnswer();
+    // Runs once when the current request ends (answer written, or connection closed).
+    void setRequestCleanup(std::function<void()> cleanup) { m_requestCleanup = std::move(cleanup); }
+
+    // ---- Any thread ----
+    // The asynchronous answer of request `serial`; ignored when that request is no longer
+    // current or already answered.
+    void deliverAnswer(std::uint64_t serial, int status, HeaderList headers, std::string body);
+    // Turns request `serial` into a stream: writes the head, then keeps the connection open
+    // for stream parts until the peer goes or the gateway closes it.
+    void beginStream(std::uint64_t serial, int status, HeaderList headers);
+    // Queues stream bytes. Null when the connection is closed or its queue is full.
+    std::shared_ptr<WriteJob> queueStreamPart(std::string bytes);
+    // Closes the socket and fails queued writes.
+    void close();
+
+    bool closed() const { return m_closedFlag.load(std::memory_order_acquire); }
+    Phase phase() const { return m_phase.load(std::memory_order_acquire); }
+    std::uint64_t id() const { return m_id; }
+    const std::string& peer() const { return m_peer; }
+    const ServerLimits& limits() const { return m_limits; }
+    Metrics* metrics() const { return m_metrics; }
+    std::chrono::steady_clock::time_point requestStart() const { return m_requestStart; }
+
+  private:
+    void readRequest();
+    void onRead(boost::beast::error_code ec);
+    void answerReadError(boost::beast::error_code ec);
+    void enqueue(std::shared_ptr<WriteJob> job);
+    void writeNext();
+    void onWritten(const std::shared_ptr<WriteJob>& job, boost::beast::error_code ec,
+                   std::size_t n);
+    void afterJob(const std::shared_ptr<WriteJob>& job);
+    void endRequest();
+    void watchPeer();
+    void lingerClose();
+    void drainPeer();
+    void closeNow();
+    void setPhase(Phase phase) { m_phase.store(phase, std::memory_order_release); }
+
+    // Accepted on its own strand: every handler of this connection runs on that strand.
+    tcp::socket m_socket;
+    RequestHandler& m_handler;
+    const ServerLimits& m_limits;
+    ConnectionRegistry& m_registry;
+    Metrics* m_metrics;
+    const std::uint64_t m_id;
+    std::string m_peer;
+
+    boost::beast::flat_buffer m_buffer;
+    std::optional<boost::beast::http::request_parser<boost::beast::http::string_body>> m_parser;
+    net::steady_timer m_readTimer;
+    net::steady_timer m_writeTimer;
+    net::steady_timer m_answerTimer;
+    char m_watchByte[256];
+
+    std::uint64_t m_requestSerial = 0;
+    bool m_answered = false;  // the current request has its answer queued
+    bool m_keepAlive = false;
+    std::chrono::steady_clock::time_point m_requestStart;
+    std::function<void()> m_requestCleanup;
+
+    std::deque<std::shared_ptr<WriteJob>> m_queue;
+    bool m_writing = false;
+    std::atomic<std::size_t> m_queuedStreamBytes{0};
+    std::atomic<Phase> m_phase{Phase::kReading};
+    std::atomic<bool> m_closedFlag{false};
+    bool m_streaming = false;
+};
+
+}  // namespace korva::gateway

@@ -1,0 +1,157 @@
+#include "gateway/server/connection_exchange.h"
+
+#include <strings.h>
+
+#include "host/http_exchange.h"
+
+namespace korva::gateway {
+
+namespace http = boost::beast::http;
+using QXHttpService::CHttpExchange;
+
+namespace {
+constexpr const char* kStreamMime = "multipart/mixed; boundary=boundary";
+}
+
+unsigned char ConnectionExchange::methodCode(http::verb verb) {
+    switch (verb) {
+        case http::verb::get:
+            return QXHttpService::kMethodGet;
+        case http::verb::put:
+            return QXHttpService::kMethodPut;
+        case http::verb::post:
+            return QXHttpService::kMethodPost;
+        case http::verb::delete_:
+            return QXHttpService::kMethodDelete;
+        default:
+            return QXHttpService::kMethodOther;
+    }
+}
+
+ConnectionExchange::ConnectionExchange(const std::shared_ptr<Connection>& connection,
+                                       HttpRequest request)
+    : m_connection(connection),
+      m_serial(connection->requestSerial()),
+      m_request(std::move(request)),
+      m_url(m_request.target()),
+      m_method(methodCode(m_request.method())) {}
+
+std::string ConnectionExchange::header(const std::string& name) const {
+    const auto it = m_request.find(name);
+    return it == m_request.end() ? std::string() : std::string(it->value());
+}
+
+void ConnectionExchange::setHeader(const std::string& name, const std::string& value) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (auto& [existing, existingValue] : m_headers) {
+        if (strcasecmp(existing.c_str(), name.c_str()) == 0) {
+            existingValue = value;
+            return;
+        }
+    }
+    m_headers.emplace_back(name, value);
+}
+
+void ConnectionExchange::setStatus(int status) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_status = status;
+}
+
+void ConnectionExchange::setMime(const std::string& mime) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_mime = mime;
+}
+
+void ConnectionExchange::setStreamMime() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_stream = true;
+    m_mime = kStreamMime;
+}
+
+bool ConnectionExchange::claimAnswer() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_answered) return false;
+    m_answered = true;
+    return true;
+}
+
+HeaderList ConnectionExchange::answerHeaders() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return headersLocked();
+}
+
+HeaderList ConnectionExchange::headersLocked() const {
+    HeaderList headers = m_headers;
+    bool hasType = false;
+    for (auto& [name, value] : headers) {
+        if (strcasecmp(name.c_str(), "Content-Type") == 0) {
+            hasType = true;
+            if (m_stream) value = kStreamMime;  // the stream's framing is the gateway's
+        }
+    }
+    if (!hasType && !m_mime.empty()) headers.emplace_back("Content-Type", m_mime);
+    return headers;
+}
+
+int ConnectionExchange::respond(const void* data, int length) {
+    if (length < 0 || (length > 0 && data == nullptr)) return -1;
+    auto connection = m_connection.lock();
+    if (!connection || connection->closed() || m_finished.load(std::memory_order_acquire)) {
+        return CHttpExchange::kLinkBroken;
+    }
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (m_stream) {
+        if (!m_answered) {
+            m_answered = true;
+            const int status = m_status;
+            HeaderList headers = headersLocked();
+            lock.unlock();
+            connection->beginStream(m_serial, status, std::move(headers));
+        } else {
+            lock.unlock();
+        }
+        return length == 0 ? 0 : writeStreamPart(*connection, data, length);
+    }
+    if (m_answered) return CHttpExchange::kLinkBroken;  // this request has its answer already
+    m_answered = true;
+    const int status = m_status;
+    HeaderList headers = headersLocked();
+    lock.unlock();
+    std::string body(static_cast<const char*>(data), static_cast<std::size_t>(length));
+    if (guessContentType(body) == "application/xml") {
+        bool hasType = false;
+        for (const auto& [name, value] : headers) {
+            hasType = hasType || strcasecmp(name.c_str(), "Content-Type") == 0;
+        }
+        if (!hasType) headers.emplace_back("Content-Type", "application/xml");
+    }
+    connection->deliverAnswer(m_serial, status, std::move(headers), std::move(body));
+    return length;
+}
+
+int ConnectionExchange::writeStreamPart(Connection& connection, const void* data, int length) {
+    auto job = connection.queueStreamPart(
+        std::string(static_cast<const char*>(data), static_cast<std::size_t>(length)));
+    if (!job) return connection.closed() ? CHttpExchange::kLinkBroken : 0;
+    // An I/O thread would wait for itself (or for a sibling it might be needed by): the bytes
+    // are queued and go out in order.
+    if (onIoThread()) return length;
+    switch (job->waitFor(connection.limits().streamWriteWait)) {
+        case WriteJob::State::kDone:
+            return length;
+        case WriteJob::State::kFailed:
+            return CHttpExchange::kLinkBroken;
+        case WriteJob::State::kCancelled:
+            return 0;
+        case WriteJob::State::kQueued:
+        case WriteJob::State::kWriting:
+            break;
+    }
+    if (job->tryCancel()) return 0;  // never started: nothing of it will be written
+    const auto state = job->state();
+    if (state == WriteJob::State::kDone) return length;
+    if (state == WriteJob::State::kFailed) return CHttpExchange::kLinkBroken;
+    return static_cast<int>(job->written());
+}
+
+}  // namespace korva::gateway

@@ -1,0 +1,70 @@
+// The exchange behind one request read on a socket connection: what the protocol plug-in reads
+// (URL, method, headers, body) and how its answers reach the connection.
+//
+// Answers (see host/http_exchange.h for the plug-in's view):
+//  - complete: respond() hands status, headers and body to the connection as one answer with
+//    Content-Length and returns the length at once;
+//  - stream: after setStreamMime(), respond(nullptr, 0) sends the head; each later respond()
+//    queues the bytes and, on a non-I/O thread, waits for them at most
+//    ServerLimits::streamWriteWait: the length when all went out, kLinkBroken once the peer is
+//    gone, the count written so far on a timeout. An I/O thread never waits.
+// Thread-safe; no lock is held while the connection writes.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "gateway/hostlib/exchange_backend.h"
+#include "gateway/server/connection.h"
+
+namespace korva::gateway {
+
+class ConnectionExchange : public QXHttpService::ExchangeBackend {
+  public:
+    ConnectionExchange(const std::shared_ptr<Connection>& connection, HttpRequest request);
+
+    std::string url() const override { return m_url; }
+    unsigned char method() const override { return m_method; }
+    std::string header(const std::string& name) const override;
+
+    void setHeader(const std::string& name, const std::string& value) override;
+    void setStatus(int status) override;
+    void setMime(const std::string& mime) override;
+    void setStreamMime() override;
+    int respond(const void* data, int length) override;
+
+    // ---- Server side ----
+    // The NUL-terminated request body.
+    const std::string& body() const { return m_request.body(); }
+    // Takes the right to send the one complete answer; false when it was taken already.
+    bool claimAnswer();
+    // Headers set so far, with the Content-Type chosen by setMime when none was set directly.
+    HeaderList answerHeaders() const;
+    // The request has ended: later writes report kLinkBroken.
+    void finish() { m_finished.store(true, std::memory_order_release); }
+
+    static unsigned char methodCode(boost::beast::http::verb verb);
+
+  private:
+    int writeStreamPart(Connection& connection, const void* data, int length);
+    HeaderList headersLocked() const;
+
+    const std::weak_ptr<Connection> m_connection;
+    const std::uint64_t m_serial;
+    const HttpRequest m_request;
+    const std::string m_url;
+    const unsigned char m_method;
+
+    mutable std::mutex m_mutex;
+    int m_status = 200;
+    HeaderList m_headers;
+    std::string m_mime;
+    bool m_stream = false;
+    bool m_answered = false;
+    std::atomic<bool> m_finished{false};
+};
+
+}  // namespace korva::gateway

@@ -1,0 +1,67 @@
+// The gateway's HTTP side: one I/O thread pool, the KORVA listener (requests go to the
+// protocol plug-in) and the admin listener.
+//
+// Lifetime: bind() both listeners, start() the I/O threads and accepting, then stop() once:
+// accepting ends, the plug-in is no longer entered, and the caller uninitialises the plug-in and
+// the host before closeConnections() closes every connection and joins the threads.
+#pragma once
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "gateway/server/admin_handler.h"
+#include "gateway/server/connection_registry.h"
+#include "gateway/server/listener.h"
+#include "gateway/server/metrics.h"
+#include "gateway/server/plugin_handler.h"
+
+namespace korva::gateway {
+
+struct ListenAddress {
+    std::string host;
+    unsigned short port = 0;
+};
+
+class GatewayServer {
+  public:
+    GatewayServer(const PluginApi& plugin, const ServerLimits& limits, int ioThreads);
+    ~GatewayServer();
+    GatewayServer(const GatewayServer&) = delete;
+    GatewayServer& operator=(const GatewayServer&) = delete;
+
+    // Binds both listeners; false with a message naming the address on failure.
+    bool bind(const ListenAddress& korva, const ListenAddress& admin, std::string* error);
+    std::string korvaAddress() const { return m_korvaListener->boundAddress(); }
+    std::string adminAddress() const { return m_adminListener->boundAddress(); }
+
+    void start();
+    // Stops accepting and refuses new calls into the plug-in; returns once no call is under way.
+    void stopAccepting();
+    // Closes every connection and joins the I/O threads.
+    void closeConnections();
+
+    Metrics& metrics() { return m_metrics; }
+    ConnectionRegistry& korvaConnections() { return m_korvaConnections; }
+
+  private:
+    const ServerLimits m_limits;
+    const int m_ioThreadCount;
+    Metrics m_metrics;
+    ConnectionRegistry m_korvaConnections;
+    ConnectionRegistry m_adminConnections;
+    PluginHandler m_pluginHandler;
+    AdminHandler m_adminHandler;
+    // Destroyed before the registries and handlers that its pending handlers refer to.
+    std::optional<net::io_context> m_io;
+    std::optional<net::executor_work_guard<net::io_context::executor_type>> m_work;
+    std::shared_ptr<Listener> m_korvaListener;
+    std::shared_ptr<Listener> m_adminListener;
+    std::vector<std::thread> m_threads;
+};
+
+}  // namespace korva::gateway

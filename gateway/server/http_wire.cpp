@@ -1,0 +1,119 @@
+#include "gateway/server/http_wire.h"
+
+#include <strings.h>
+
+#include <boost/beast/http/status.hpp>
+#include <cstdio>
+#include <ostream>  // the status header needs it
+
+namespace korva::gateway {
+
+namespace {
+
+bool framingHeader(const std::string& name) {
+    return strcasecmp(name.c_str(), "Content-Length") == 0 ||
+           strcasecmp(name.c_str(), "Connection") == 0 ||
+           strcasecmp(name.c_str(), "Transfer-Encoding") == 0;
+}
+
+bool safeHeaderText(const std::string& text) {
+    for (char c : text) {
+        if (c == '\r' || c == '\n' || c == '\0') return false;
+    }
+    return true;
+}
+
+void appendStatusLine(std::string& out, int status) {
+    if (status < 100 || status > 999) status = 500;
+    auto reason =
+        boost::beast::http::obsolete_reason(static_cast<boost::beast::http::status>(status));
+    out += "HTTP/1.1 ";
+    out += std::to_string(status);
+    out += ' ';
+    out.append(reason.data(), reason.size());
+    out += "\r\n";
+}
+
+void appendHeaders(std::string& out, const HeaderList& headers) {
+    for (const auto& [name, value] : headers) {
+        // A header that would split the head is dropped rather than sent.
+        if (name.empty() || framingHeader(name) || !safeHeaderText(name) || !safeHeaderText(value))
+            continue;
+        out += name;
+        out += ": ";
+        out += value;
+        out += "\r\n";
+    }
+}
+
+}  // namespace
+
+std::string guessContentType(const std::string& body) {
+    for (char c : body) {
+        if (c == ' ' || c == '\t' || c == '\r' || c == '\n') continue;
+        if (c == '<') return "application/xml";
+        if (c == '{' || c == '[') return "application/json";
+        break;
+    }
+    return body.empty() ? "" : "text/plain";
+}
+
+std::string formatAnswer(int status, const HeaderList& headers, const std::string& body,
+                         bool keepAlive) {
+    std::string out;
+    out.reserve(256 + body.size());
+    appendStatusLine(out, status);
+    appendHeaders(out, headers);
+    out += "Content-Length: ";
+    out += std::to_string(body.size());
+    out += keepAlive ? "\r\nConnection: keep-alive\r\n\r\n" : "\r\nConnection: close\r\n\r\n";
+    out += body;
+    return out;
+}
+
+std::string formatStreamHead(int status, const HeaderList& headers) {
+    std::string out;
+    appendStatusLine(out, status);
+    appendHeaders(out, headers);
+    out += "Connection: close\r\n\r\n";
+    return out;
+}
+
+std::string jsonEscape(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (unsigned char c : text) {
+        switch (c) {
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
+            default:
+                if (c < 0x20) {
+                    char buffer[8];
+                    std::snprintf(buffer, sizeof buffer, "\\u%04x", c);
+                    out += buffer;
+                } else {
+                    out += static_cast<char>(c);
+                }
+        }
+    }
+    return out;
+}
+
+std::string jsonError(int status, const std::string& text) {
+    return "{\"error\":\"" + jsonEscape(text) + "\",\"status\":" + std::to_string(status) + "}\n";
+}
+
+}  // namespace korva::gateway

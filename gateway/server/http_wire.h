@@ -1,0 +1,32 @@
+// Serialisation of HTTP/1.1 answers as the gateway writes them on a connection.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace korva::gateway {
+
+using HeaderList = std::vector<std::pair<std::string, std::string>>;
+
+// The Content-Type for a body the plug-in returned without naming one: application/xml for an
+// XML document, application/json for JSON text, text/plain for other text, "" for no body.
+std::string guessContentType(const std::string& body);
+
+// A complete answer with Content-Length. `headers` are written as given (a "Content-Length" or
+// "Connection" among them is ignored: the gateway owns framing); `keepAlive` picks the
+// Connection header.
+std::string formatAnswer(int status, const HeaderList& headers, const std::string& body,
+                         bool keepAlive);
+
+// The head of a stream answer: no Content-Length, no chunked coding, Connection: close.
+std::string formatStreamHead(int status, const HeaderList& headers);
+
+// A small JSON error document {"error":"<text>","status":<status>}, for answers the gateway
+// gives itself (limits, timeouts, admin API).
+std::string jsonError(int status, const std::string& text);
+
+// Escapes text for use inside a JSON string literal.
+std::string jsonEscape(const std::string& text);
+
+}  // namespace korva::gateway

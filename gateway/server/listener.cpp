@@ -1,0 +1,101 @@
+#include "gateway/server/listener.h"
+
+#include <boost/asio/post.hpp>
+
+namespace korva::gateway {
+
+using boost::beast::error_code;
+
+Listener::Listener(net::io_context& io, RequestHandler& handler, const ServerLimits& limits,
+                   ConnectionRegistry& registry, Metrics* metrics)
+    : m_io(io),
+      m_strand(net::make_strand(io)),
+      m_acceptor(m_strand),
+      m_backoff(m_strand),
+      m_handler(handler),
+      m_limits(limits),
+      m_registry(registry),
+      m_metrics(metrics) {}
+
+bool Listener::bind(const std::string& host, unsigned short port, std::string* error) {
+    error_code ec;
+    const auto address = net::ip::make_address(host, ec);
+    if (ec) {
+        *error = "invalid address " + host;
+        return false;
+    }
+    const tcp::endpoint endpoint(address, port);
+    m_acceptor.open(endpoint.protocol(), ec);
+    if (!ec) m_acceptor.set_option(net::socket_base::reuse_address(true), ec);
+    if (!ec) m_acceptor.bind(endpoint, ec);
+    if (!ec) m_acceptor.listen(net::socket_base::max_listen_connections, ec);
+    if (ec) {
+        *error = ec.message();
+        error_code ignored;
+        m_acceptor.close(ignored);
+        return false;
+    }
+    return true;
+}
+
+unsigned short Listener::boundPort() const {
+    error_code ec;
+    const auto endpoint = m_acceptor.local_endpoint(ec);
+    return ec ? 0 : endpoint.port();
+}
+
+std::string Listener::boundAddress() const {
+    error_code ec;
+    const auto endpoint = m_acceptor.local_endpoint(ec);
+    if (ec) return "";
+    const auto address = endpoint.address();
+    const std::string host =
+        address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
+    return host + ":" + std::to_string(endpoint.port());
+}
+
+void Listener::start() {
+    net::post(m_strand, [self = shared_from_this()] { self->accept(); });
+}
+
+void Listener::stop() {
+    net::post(m_strand, [self = shared_from_this()] {
+        error_code ignored;
+        self->m_backoff.cancel();
+        self->m_acceptor.close(ignored);
+    });
+}
+
+void Listener::accept() {
+    if (!m_acceptor.is_open()) return;
+    m_acceptor.async_accept(net::make_strand(m_io),
+                            [self = shared_from_this()](error_code ec, tcp::socket socket) {
+                                self->onAccept(ec, std::move(socket));
+                            });
+}
+
+void Listener::onAccept(error_code ec, tcp::socket socket) {
+    if (ec == net::error::operation_aborted || !m_acceptor.is_open()) return;
+    if (ec) {
+        // Out of descriptors or a transient failure: retry shortly instead of spinning.
+        m_backoff.expires_after(std::chrono::milliseconds(50));
+        m_backoff.async_wait([self = shared_from_this()](error_code timerEc) {
+            if (!timerEc) self->accept();
+        });
+        return;
+    }
+    if (m_registry.draining() || m_registry.size() >= m_limits.maxConnections) {
+        error_code ignored;
+        socket.close(ignored);
+    } else {
+        error_code ignored;
+        socket.set_option(tcp::no_delay(true), ignored);
+        auto connection = std::make_shared<Connection>(std::move(socket), m_handler, m_limits,
+                                                       m_registry, m_metrics);
+        m_registry.add(connection);
+        connection->start();
+    }
+    accept();
+}
+
+}  // namespace korva::gateway

@@ -1,0 +1,46 @@
+// Accepts connections on one address and starts a Connection for each, on its own strand.
+// Ownership: shared (the pending accept holds it). Thread-safe after bind().
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/strand.hpp>
+#include <memory>
+#include <string>
+
+#include "gateway/server/connection.h"
+#include "gateway/server/connection_registry.h"
+
+namespace korva::gateway {
+
+class Listener : public std::enable_shared_from_this<Listener> {
+  public:
+    Listener(net::io_context& io, RequestHandler& handler, const ServerLimits& limits,
+             ConnectionRegistry& registry, Metrics* metrics);
+
+    // Opens, binds and listens. Port 0 picks a free port. False with a message on failure.
+    bool bind(const std::string& host, unsigned short port, std::string* error);
+    // The bound address as "HOST:PORT" (IPv6 hosts in brackets).
+    std::string boundAddress() const;
+    unsigned short boundPort() const;
+
+    void start();
+    // Stops accepting (any thread).
+    void stop();
+
+  private:
+    void accept();
+    void onAccept(boost::beast::error_code ec, tcp::socket socket);
+
+    net::io_context& m_io;
+    net::strand<net::io_context::executor_type> m_strand;
+    tcp::acceptor m_acceptor;
+    net::steady_timer m_backoff;
+    RequestHandler& m_handler;
+    const ServerLimits& m_limits;
+    ConnectionRegistry& m_registry;
+    Metrics* m_metrics;
+};
+
+}  // namespace korva::gateway

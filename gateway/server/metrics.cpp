@@ -1,0 +1,74 @@
+#include "gateway/server/metrics.h"
+
+#include <sstream>
+
+namespace korva::gateway {
+
+namespace {
+constexpr auto kRelaxed = std::memory_order_relaxed;
+}
+
+void Metrics::countAnswer(int status) {
+    if (status < 0 || status >= static_cast<int>(m_answersByStatus.size())) status = 0;
+    m_answersByStatus[static_cast<std::size_t>(status)].fetch_add(1, kRelaxed);
+}
+
+std::uint64_t Metrics::answers(int status) const {
+    if (status < 0 || status >= static_cast<int>(m_answersByStatus.size())) return 0;
+    return m_answersByStatus[static_cast<std::size_t>(status)].load(kRelaxed);
+}
+
+void Metrics::observeRelayLatency(std::chrono::steady_clock::duration elapsed) {
+    const double seconds = std::chrono::duration<double>(elapsed).count();
+    std::size_t bucket = 0;
+    while (bucket < kLatencyBounds.size() && seconds > kLatencyBounds[bucket]) ++bucket;
+    m_latencyBuckets[bucket].fetch_add(1, kRelaxed);
+    m_latencyCount.fetch_add(1, kRelaxed);
+    const auto micros = std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count();
+    m_latencySumMicros.fetch_add(static_cast<std::uint64_t>(micros < 0 ? 0 : micros), kRelaxed);
+}
+
+void Metrics::countStreamPart(bool heartbeat) {
+    (heartbeat ? m_heartbeatsDelivered : m_alarmsDelivered).fetch_add(1, kRelaxed);
+}
+
+std::string Metrics::render(std::size_t openConnections) const {
+    std::ostringstream out;
+    out << "# HELP korva_http_requests_total Answers sent by the KORVA listener, by HTTP status.\n"
+           "# TYPE korva_http_requests_total counter\n";
+    for (std::size_t status = 0; status < m_answersByStatus.size(); ++status) {
+        const auto n = m_answersByStatus[status].load(kRelaxed);
+        if (n != 0) out << "korva_http_requests_total{status=\"" << status << "\"} " << n << "\n";
+    }
+    out << "# HELP korva_relay_latency_seconds Time from request to asynchronous answer.\n"
+           "# TYPE korva_relay_latency_seconds histogram\n";
+    std::uint64_t cumulative = 0;
+    for (std::size_t i = 0; i < kLatencyBounds.size(); ++i) {
+        cumulative += m_latencyBuckets[i].load(kRelaxed);
+        out << "korva_relay_latency_seconds_bucket{le=\"" << kLatencyBounds[i] << "\"} "
+            << cumulative << "\n";
+    }
+    cumulative += m_latencyBuckets[kLatencyBounds.size()].load(kRelaxed);
+    out << "korva_relay_latency_seconds_bucket{le=\"+Inf\"} " << cumulative << "\n";
+    out << "korva_relay_latency_seconds_sum "
+        << static_cast<double>(m_latencySumMicros.load(kRelaxed)) / 1e6 << "\n";
+    out << "korva_relay_latency_seconds_count " << m_latencyCount.load(kRelaxed) << "\n";
+    out << "# HELP korva_open_streams Alert streams currently open.\n"
+           "# TYPE korva_open_streams gauge\n"
+        << "korva_open_streams " << m_openStreams.load(kRelaxed) << "\n";
+    out << "# HELP korva_open_connections Connections currently open on the KORVA listener.\n"
+           "# TYPE korva_open_connections gauge\n"
+        << "korva_open_connections " << openConnections << "\n";
+    out << "# HELP korva_alarms_delivered_total Alarm parts written completely to streams.\n"
+           "# TYPE korva_alarms_delivered_total counter\n"
+        << "korva_alarms_delivered_total " << m_alarmsDelivered.load(kRelaxed) << "\n";
+    out << "# HELP korva_heartbeats_delivered_total Heartbeat parts written to streams.\n"
+           "# TYPE korva_heartbeats_delivered_total counter\n"
+        << "korva_heartbeats_delivered_total " << m_heartbeatsDelivered.load(kRelaxed) << "\n";
+    out << "# HELP korva_alarms_published_total Alarms put on the alarm bus by the gateway.\n"
+           "# TYPE korva_alarms_published_total counter\n"
+        << "korva_alarms_published_total " << m_alarmsPublished.load(kRelaxed) << "\n";
+    return out.str();
+}
+
+}  // namespace korva::gateway

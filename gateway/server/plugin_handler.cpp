@@ -1,0 +1,89 @@
+#include "gateway/server/plugin_handler.h"
+
+#include <strings.h>
+
+#include <thread>
+
+#include "gateway/server/connection_exchange.h"
+#include "host/exchange_holder.h"
+
+namespace korva::gateway {
+
+namespace {
+
+struct CallResult {
+    int status = 0;
+    int handled = 0;
+    int asyncReply = 0;
+    std::string response;
+    bool failed = false;
+};
+
+CallResult callPlugin(const PluginApi& api, const std::shared_ptr<ConnectionExchange>& backend) {
+    CallResult result;
+    ExchangeHolder holder;
+    holder.exchange = std::make_shared<QXHttpService::CHttpExchange>(backend);
+    holder.body = backend->body().c_str();
+    try {
+        result.status = api.process(&result.handled, &result.response, &result.asyncReply, holder);
+    } catch (...) {
+        result.failed = true;  // nothing may cross the plug-in boundary; answer 500
+    }
+    return result;
+}
+
+}  // namespace
+
+void PluginHandler::onRequest(const std::shared_ptr<Connection>& connection,
+                              HttpRequest&& request) {
+    auto backend = std::make_shared<ConnectionExchange>(connection, std::move(request));
+    const int handle = QXHttpService::ExchangeRegistry::instance().add(backend);
+    connection->setRequestCleanup([backend, handle] {
+        backend->finish();
+        QXHttpService::ExchangeRegistry::instance().remove(handle);
+    });
+
+    m_inFlight.fetch_add(1);
+    if (m_stopping.load()) {
+        m_inFlight.fetch_sub(1);
+        connection->answer(503, {{"Content-Type", "application/json"}},
+                           jsonError(503, "the gateway is stopping"));
+        return;
+    }
+    CallResult result = callPlugin(m_api, backend);
+    m_inFlight.fetch_sub(1);
+
+    if (!result.failed && result.asyncReply == 1) {
+        connection->awaitAnswer();
+        return;
+    }
+    if (!backend->claimAnswer()) {
+        connection->awaitAnswer();  // already answered through the exchange; it is queued
+        return;
+    }
+    if (result.failed) {
+        connection->answer(500, {{"Content-Type", "application/json"}},
+                           jsonError(500, "the protocol plug-in failed"));
+    } else if (result.handled == 0) {
+        connection->answer(403, {{"Content-Type", "application/json"}}, result.response);
+    } else {
+        HeaderList headers = backend->answerHeaders();
+        bool hasType = false;
+        for (const auto& [name, value] : headers) {
+            hasType = hasType || strcasecmp(name.c_str(), "Content-Type") == 0;
+        }
+        const std::string type = guessContentType(result.response);
+        if (!hasType && !type.empty()) headers.emplace_back("Content-Type", type);
+        const int status = result.status >= 100 && result.status <= 599 ? result.status : 500;
+        connection->answer(status, headers, result.response);
+    }
+}
+
+void PluginHandler::stop() {
+    m_stopping.store(true);
+    while (m_inFlight.load() != 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+}  // namespace korva::gateway

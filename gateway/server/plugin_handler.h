@@ -1,0 +1,34 @@
+// The KORVA listener's request handler: every request goes to the protocol plug-in's
+// QX_Protocol_HTTPProcess on the I/O thread that read it, and its result becomes the answer.
+//
+//  - handled 1, asyncReply 0: status = the returned value, body = response, headers from setHead;
+//    XML bodies get Content-Type application/xml.
+//  - handled 0: 403, Content-Type application/json, body = response.
+//  - asyncReply 1: the plug-in answers later on the exchange (complete answer or stream).
+// Once stop() was called the plug-in is no longer entered and requests get 503.
+#pragma once
+
+#include <atomic>
+
+#include "gateway/server/connection.h"
+#include "gateway/server/plugin_loader.h"
+
+namespace korva::gateway {
+
+class PluginHandler : public RequestHandler {
+  public:
+    explicit PluginHandler(const PluginApi& api) : m_api(api) {}
+
+    void onRequest(const std::shared_ptr<Connection>& connection, HttpRequest&& request) override;
+
+    // Refuses new calls into the plug-in and waits until the calls under way have returned
+    // (they never block, so this is short). After it returns the plug-in may be uninitialised.
+    void stop();
+
+  private:
+    const PluginApi m_api;
+    std::atomic<bool> m_stopping{false};
+    std::atomic<int> m_inFlight{0};
+};
+
+}  // namespace korva::gateway

@@ -1,0 +1,29 @@
+// Limits and timeouts of one HTTP listener's connections.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+namespace korva::gateway {
+
+struct ServerLimits {
+    // Request head larger than this: 431 and the connection is closed.
+    std::size_t maxHeaderBytes = 16 * 1024;
+    // Request body larger than this: 413 and the connection is closed.
+    std::size_t maxBodyBytes = 1024 * 1024;
+    // A whole request (from the first byte awaited to the last byte of the body) must arrive
+    // within this time; covers idle keep-alive connections and clients that trickle bytes.
+    std::chrono::milliseconds idleTimeout{30000};
+    // A write that makes no progress for this long closes the connection.
+    std::chrono::milliseconds writeTimeout{10000};
+    // How long an alert worker waits for its own stream write before reporting a partial count.
+    std::chrono::milliseconds streamWriteWait{3000};
+    // A request answered asynchronously must be answered within this time, else 504.
+    std::chrono::milliseconds asyncAnswerTimeout{60000};
+    // Stream bytes queued on one connection beyond this are refused (the write reports 0).
+    std::size_t maxQueuedStreamBytes = 8 * 1024 * 1024;
+    // Connections beyond this are closed right after accept.
+    std::size_t maxConnections = 20000;
+};
+
+}  // namespace korva::gateway
