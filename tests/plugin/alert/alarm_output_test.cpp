@@ -222,13 +222,17 @@ TEST_F(AlarmOutput, RemovedStreamStillGetsItsQueuedParts) {
 TEST_F(AlarmOutput, PartsOfOneStreamAreNeverWrittenAtOnce) {
     const StreamRequest stream = requestStream(service);
     ASSERT_EQ(stream.status, 200);
-    std::atomic<int> inFlight{0};
-    std::atomic<int> most{0};
-    stream.exchange().setRespondResult([&](int length) {
-        const int now = ++inFlight;
-        most = std::max(most.load(), now);
+    // Shared with the write script, which may still be running when the test body ends.
+    struct Counters {
+        std::atomic<int> inFlight{0};
+        std::atomic<int> most{0};
+    };
+    auto counters = std::make_shared<Counters>();
+    stream.exchange().setRespondResult([counters](int length) {
+        const int now = ++counters->inFlight;
+        counters->most = std::max(counters->most.load(), now);
         std::this_thread::sleep_for(std::chrono::microseconds(300));
-        --inFlight;
+        --counters->inFlight;
         return length;
     });
     constexpr int kAlarms = 60;
@@ -240,7 +244,7 @@ TEST_F(AlarmOutput, PartsOfOneStreamAreNeverWrittenAtOnce) {
     korva::host::flushAlarms();
     const int expected = 1 + kAlarms + sessionOf(stream)->heartBeatCount;
     ASSERT_TRUE(stream.exchange().waitForResponds(expected, std::chrono::seconds(20)));
-    EXPECT_EQ(most.load(), 1);
+    EXPECT_EQ(counters->most.load(), 1);
     for (const std::string& part : stream.parts()) {
         ASSERT_NE(documentOf(part), "<malformed part>");
     }
