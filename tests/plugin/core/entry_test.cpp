@@ -39,16 +39,6 @@ TEST(Entry, UnclaimedRequestGetsTheNoHandlerAnswer) {
     }
 }
 
-TEST(Entry, MissingOutputPointersAreRefused) {
-    const TestRequest request(QXHttpService::kMethodGet, "/KORVA/NoSuch/resource");
-    int flag = 0;
-    std::string response;
-    EXPECT_EQ(QX_Protocol_HTTPProcess(nullptr, &response, &flag, request.holder()), -1);
-    EXPECT_EQ(QX_Protocol_HTTPProcess(&flag, nullptr, &flag, request.holder()), -1);
-    EXPECT_EQ(QX_Protocol_HTTPProcess(&flag, &response, nullptr, request.holder()), -1);
-    EXPECT_TRUE(response.empty());
-}
-
 TEST(Entry, AnswerChainKnowsTheSixHandlersInOrder) {
     size_t count = 0;
     const DevCfgHandlerFactory* factories = devCfgHandlerOrder(&count);
