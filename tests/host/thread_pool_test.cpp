@@ -65,7 +65,8 @@ TEST(ThreadPool, RunsEveryItemWithAtMostMaxThreads) {
     EXPECT_LE(c.maxRunning.load(), 3);
     EXPECT_GE(c.maxRunning.load(), 2);  // work was spread over several workers
     EXPECT_GE(c.stackSize.load(), 0x40000u);
-    EXPECT_LT(c.stackSize.load(), 0x80000u);  // the requested size, not the 8 MiB default
+    // The requested size (sanitizers add some), not the 8 MiB default.
+    EXPECT_LT(c.stackSize.load(), 0x200000u);
     EXPECT_EQ(KVL_ThreadPoolFlex_Destroy(pool), 0);
 }
 
