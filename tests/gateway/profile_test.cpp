@@ -1,0 +1,136 @@
+// Device profiles: what a profile may hold, and how it changes a device's answers.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+#include "gateway/sim/device_profile.h"
+#include "gateway/sim/json_util.h"
+
+namespace korva::sim {
+namespace {
+
+using korva::host::DeviceReply;
+using korva::host::DeviceRequest;
+
+Json::Value json(const std::string& text) {
+    Json::Value value;
+    EXPECT_TRUE(parseJson(text, &value)) << text;
+    return value;
+}
+
+TEST(DeviceProfile, ReadsEveryMember) {
+    const DeviceProfile profile = parseProfile(json(R"({
+        "latencyMs": 25,
+        "resources": {"GET /KORVA/System/deviceInfo": {"DeviceInfo": {"deviceName": "Lobby"}}},
+        "raw": {"GET /KORVA/System/IO": "this is not JSON"},
+        "silent": ["GET /KORVA/PTZCtrl/channels"],
+        "alarms": {"intervalMs": 500}})"));
+    EXPECT_EQ(profile.latencyMs, 25);
+    EXPECT_EQ(profile.resources.at("GET /KORVA/System/deviceInfo"),
+              R"({"DeviceInfo":{"deviceName":"Lobby"}})");
+    EXPECT_EQ(profile.raw.at("GET /KORVA/System/IO"), "this is not JSON");
+    EXPECT_EQ(profile.silent.count("GET /KORVA/PTZCtrl/channels"), 1u);
+    EXPECT_EQ(profile.alarmIntervalMs, 500);
+    EXPECT_EQ(parseProfile(json("{}")).latencyMs, 0);
+}
+
+TEST(DeviceProfile, NamesTheBadMember) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"[]", "(document)"},
+        {R"({"latency": 1})", "latency"},
+        {R"({"latencyMs": -1})", "latencyMs"},
+        {R"({"latencyMs": 1.5})", "latencyMs"},
+        {R"({"resources": []})", "resources"},
+        {R"({"resources": {"GET nowhere": 1}})", "resources[\"GET nowhere\"]"},
+        {R"({"resources": {"FETCH /x": 1}})", "resources[\"FETCH /x\"]"},
+        {R"({"resources": {"GET /x?y=1": 1}})", "resources[\"GET /x?y=1\"]"},
+        {R"({"raw": {"GET /x": 5}})", "raw[\"GET /x\"]"},
+        {R"({"silent": "GET /x"})", "silent"},
+        {R"({"silent": ["GET /x", 3]})", "silent[1]"},
+        {R"({"alarms": {"interval": 5}})", "alarms.interval"},
+        {R"({"alarms": {"intervalMs": 5}})", "alarms.intervalMs"},
+    };
+    for (const auto& [text, field] : cases) {
+        try {
+            parseProfile(json(text));
+            ADD_FAILURE() << "accepted " << text;
+        } catch (const ProfileError& error) {
+            EXPECT_EQ(error.field(), field) << text;
+        }
+    }
+}
+
+// A device that answers every request with its path, and counts calls.
+class EchoDevice : public korva::host::DeviceEndpoint {
+  public:
+    void handle(const DeviceRequest& request, DeviceReply reply) override {
+        ++calls;
+        reply("device:" + request.path);
+    }
+    int calls = 0;
+};
+
+// Collects one reply, waiting for it when it comes later.
+struct Collector {
+    std::mutex mutex;
+    std::condition_variable cv;
+    std::vector<std::string> replies;
+
+    DeviceReply reply() {
+        return [this](std::string bytes) {
+            std::lock_guard<std::mutex> lock(mutex);
+            replies.push_back(std::move(bytes));
+            cv.notify_all();
+        };
+    }
+    bool waitFor(std::size_t n, std::chrono::milliseconds timeout) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return cv.wait_for(lock, timeout, [&] { return replies.size() >= n; });
+    }
+};
+
+DeviceRequest request(int method, const std::string& path) {
+    DeviceRequest r;
+    r.method = method;
+    r.path = path;
+    return r;
+}
+
+TEST(ProfiledDevice, ReplacesSilencesOrPassesOnRequests) {
+    SimScheduler scheduler;
+    auto device = std::make_shared<EchoDevice>();
+    DeviceProfile profile;
+    profile.resources["GET /a"] = R"({"x":1})";
+    profile.raw["PUT /a"] = "raw bytes";
+    profile.silent.insert("GET /quiet");
+    ProfiledDevice profiled(profile, device, scheduler);
+    Collector collector;
+    profiled.handle(request(0, "/a"), collector.reply());
+    profiled.handle(request(1, "/a"), collector.reply());
+    profiled.handle(request(0, "/quiet"), collector.reply());
+    profiled.handle(request(3, "/a"), collector.reply());
+    EXPECT_EQ(collector.replies,
+              (std::vector<std::string>{R"({"x":1})", "raw bytes", "device:/a"}));
+    EXPECT_EQ(device->calls, 1);
+}
+
+TEST(ProfiledDevice, DelaysEveryAnswerByTheLatency) {
+    SimScheduler scheduler;
+    DeviceProfile profile;
+    profile.latencyMs = 150;
+    profile.resources["GET /a"] = "{}";
+    ProfiledDevice profiled(profile, std::make_shared<EchoDevice>(), scheduler);
+    Collector collector;
+    const auto start = std::chrono::steady_clock::now();
+    profiled.handle(request(0, "/a"), collector.reply());
+    profiled.handle(request(0, "/b"), collector.reply());
+    EXPECT_TRUE(collector.replies.empty());
+    ASSERT_TRUE(collector.waitFor(2, std::chrono::seconds(5)));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(150));
+    scheduler.stop();
+}
+
+}  // namespace
+}  // namespace korva::sim

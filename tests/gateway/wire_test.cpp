@@ -1,0 +1,80 @@
+// Answer serialisation, path patterns and the admin API's path decoding.
+#include <gtest/gtest.h>
+
+#include "gateway/server/admin_handler.h"
+#include "gateway/server/http_wire.h"
+#include "gateway/sim/path_pattern.h"
+
+namespace korva {
+namespace {
+
+TEST(HttpWire, GuessesTheContentTypeOfABody) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"<?xml version=\"1.0\"?><a/>", "application/xml"},
+        {"\r\n  <a/>", "application/xml"},
+        {"{\"a\":1}", "application/json"},
+        {"[1]", "application/json"},
+        {"plain", "text/plain"},
+        {"", ""}};
+    for (const auto& [body, type] : cases) EXPECT_EQ(gateway::guessContentType(body), type) << body;
+}
+
+TEST(HttpWire, AnswerOwnsItsFramingAndDropsHeadersThatWouldSplitTheHead) {
+    const std::string text = gateway::formatAnswer(201,
+                                                   {{"Content-Type", "application/xml"},
+                                                    {"Content-Length", "999"},
+                                                    {"X-Evil", "a\r\nInjected: 1"},
+                                                    {"connection", "close"}},
+                                                   "<a/>", true);
+    EXPECT_EQ(text,
+              "HTTP/1.1 201 Created\r\nContent-Type: application/xml\r\nContent-Length: 4\r\n"
+              "Connection: keep-alive\r\n\r\n<a/>");
+    EXPECT_EQ(
+        gateway::formatStreamHead(200, {{"Content-Type", "multipart/mixed; boundary=boundary"}}),
+        "HTTP/1.1 200 OK\r\nContent-Type: multipart/mixed; boundary=boundary\r\n"
+        "Connection: close\r\n\r\n");
+    EXPECT_EQ(gateway::formatAnswer(42, {}, "", false).substr(0, 13), "HTTP/1.1 500 ");
+}
+
+TEST(HttpWire, JsonErrorEscapesText) {
+    EXPECT_EQ(gateway::jsonError(404, "no \"x\"\n"),
+              "{\"error\":\"no \\\"x\\\"\\n\",\"status\":404}\n");
+}
+
+TEST(PathPattern, MatchesSegmentsAndIntegers) {
+    struct Case {
+        const char* pattern;
+        const char* path;
+        bool matches;
+        std::vector<int> numbers;
+    };
+    const Case cases[] = {
+        {"/a/{}/b/{}", "/a/12/b/-3", true, {12, -3}},
+        {"/a/{}", "/a/101", true, {101}},
+        {"/a/{}", "/a/101/", false, {}},
+        {"/a/{}", "/a/x1", false, {}},
+        {"/a/{}", "/a/", false, {}},
+        {"/a/{}", "/a/1234567890", false, {}},
+        {"/a", "/a/b", false, {}},
+        {"/a/b", "/a", false, {}},
+        {"/a/b", "/A/b", false, {}},
+        {"/a", "a", false, {}},
+    };
+    for (const Case& c : cases) {
+        std::vector<int> numbers;
+        EXPECT_EQ(sim::matchPath(c.pattern, c.path, &numbers), c.matches) << c.path;
+        if (c.matches) EXPECT_EQ(numbers, c.numbers) << c.path;
+    }
+}
+
+TEST(AdminPaths, PercentDecoding) {
+    std::string out;
+    EXPECT_TRUE(gateway::percentDecode("cam%2D1%20x", &out));
+    EXPECT_EQ(out, "cam-1 x");
+    for (const char* bad : {"%", "%2", "%zz", "a%g0"}) {
+        EXPECT_FALSE(gateway::percentDecode(bad, &out)) << bad;
+    }
+}
+
+}  // namespace
+}  // namespace korva
