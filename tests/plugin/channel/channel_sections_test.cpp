@@ -30,15 +30,13 @@ const RuleCase kRuleCases[] = {
     // smoothing is written only from 1 to 100.
     {"smoothing 0", {"Video", "smoothing"}, 0, Outcome::kAbsent},
     {"smoothing 1", {"Video", "smoothing"}, 1, Outcome::kText, "1"},
-    {"smoothing 50", {"Video", "smoothing"}, 50, Outcome::kText, "50"},
     {"smoothing 100", {"Video", "smoothing"}, 100, Outcome::kText, "100"},
     {"smoothing 101", {"Video", "smoothing"}, 101, Outcome::kAbsent},
-    {"smoothing text", {"Video", "smoothing"}, "50", Outcome::kAbsent},
     // Optional members of the wrong type are left out.
     {"mirrorEnabled text", {"Video", "mirrorEnabled"}, "true", Outcome::kAbsent},
-    {"mirrorEnabled number", {"Video", "mirrorEnabled"}, 1, Outcome::kAbsent},
-    {"mirrorEnabled boolean", {"Video", "mirrorEnabled"}, true, Outcome::kText, "true"},
     {"videoScanType number", {"Video", "videoScanType"}, 1, Outcome::kAbsent},
+    {"enableCABAC text", {"enableCABAC"}, "true", Outcome::kAbsent},
+    {"subStreamRecStatus", {"subStreamRecStatus"}, false, Outcome::kText, "false"},
     {"keyFrameInterval past 32 bits",
      {"Video", "keyFrameInterval"},
      Json::Int64(2147483648LL),
@@ -50,19 +48,11 @@ const RuleCase kRuleCases[] = {
      "-2147483648"},
     {"fixedQuality integral real", {"Video", "fixedQuality"}, 60.0, Outcome::kText, "60"},
     {"fixedQuality fraction", {"Video", "fixedQuality"}, 60.5, Outcome::kAbsent},
-    {"GovLength null", {"Video", "GovLength"}, Json::Value(), Outcome::kAbsent},
-    // constantBitRate never goes back to XML.
-    {"constantBitRate", {"Video", "constantBitRate"}, 4096, Outcome::kAbsent},
+    {"constantBitRate never goes back", {"Video", "constantBitRate"}, 4096, Outcome::kAbsent},
     // Required members of Video.
     {"Video enabled text", {"Video", "enabled"}, "true", Outcome::kFails},
     {"videoInputChannelID number", {"Video", "videoInputChannelID"}, 1, Outcome::kFails},
     {"videoResolutionWidth text", {"Video", "videoResolutionWidth"}, "1920", Outcome::kFails},
-    {"videoResolutionWidth real",
-     {"Video", "videoResolutionWidth"},
-     1920.0,
-     Outcome::kText,
-     "1920"},
-    {"videoResolutionWidth fraction", {"Video", "videoResolutionWidth"}, 1920.5, Outcome::kFails},
     {"videoResolutionHeight missing",
      {"Video", "videoResolutionHeight"},
      0,
@@ -70,11 +60,9 @@ const RuleCase kRuleCases[] = {
      "",
      true},
     {"maxFrameRate missing", {"Video", "maxFrameRate"}, 0, Outcome::kFails, "", true},
-    {"maxFrameRate null", {"Video", "maxFrameRate"}, Json::Value(), Outcome::kFails},
     {"maxFrameRate past 32 bits", {"Video", "maxFrameRate"}, uint32Max(), Outcome::kFails},
     // videoCodecType: any scalar is written as its text; containers fail.
     {"videoCodecType number", {"Video", "videoCodecType"}, 5, Outcome::kText, "5"},
-    {"videoCodecType boolean", {"Video", "videoCodecType"}, true, Outcome::kText, "true"},
     {"videoCodecType null", {"Video", "videoCodecType"}, Json::Value(), Outcome::kText, ""},
     {"videoCodecType array",
      {"Video", "videoCodecType"},
@@ -85,7 +73,7 @@ const RuleCase kRuleCases[] = {
      parseJson(R"({"a":1})"),
      Outcome::kFails},
     {"videoCodecType missing", {"Video", "videoCodecType"}, 0, Outcome::kFails, "", true},
-    // Subsections: enabled must be a boolean; other values than objects fail.
+    // Subsections: enabled must be a boolean; values other than objects fail.
     {"SVC mode not text",
      {"Video", "SVC"},
      parseJson(R"({"enabled":true,"SVCMode":3})"),
@@ -93,21 +81,10 @@ const RuleCase kRuleCases[] = {
      "true"},
     {"SVC enabled text", {"Video", "SVC"}, parseJson(R"({"enabled":"true"})"), Outcome::kFails},
     {"SVC array", {"Video", "SVC"}, parseJson("[true]"), Outcome::kFails},
-    {"SVC null", {"Video", "SVC"}, Json::Value(), Outcome::kFails},
-    {"SVC text", {"Video", "SVC"}, "on", Outcome::kFails},
-    {"SmartCodec empty", {"Video", "SmartCodec"}, parseJson("{}"), Outcome::kFails},
-    {"SmartCodec",
-     {"Video", "SmartCodec"},
-     parseJson(R"({"enabled":false})"),
-     Outcome::kText,
-     "false"},
-    // The Video value itself.
+    {"SmartCodec null", {"Video", "SmartCodec"}, Json::Value(), Outcome::kFails},
     {"Video array", {"Video"}, parseJson("[]"), Outcome::kFails},
     {"Video text", {"Video"}, "x", Outcome::kFails},
-    {"Video null", {"Video"}, Json::Value(), Outcome::kFails},
-    {"Video number", {"Video"}, 3, Outcome::kFails},
     {"Video absent", {"Video"}, 0, Outcome::kAbsent, "", true},
-
     // audioSamplingRate: any JSON number, written with six decimals.
     {"sampling rate integer", {"Audio", "audioSamplingRate"}, 16, Outcome::kText, "16.000000"},
     {"sampling rate real", {"Audio", "audioSamplingRate"}, 44.1, Outcome::kText, "44.100000"},
@@ -116,39 +93,25 @@ const RuleCase kRuleCases[] = {
      uint32Max(),
      Outcome::kText,
      "4294967295.000000"},
-    {"sampling rate negative", {"Audio", "audioSamplingRate"}, -8, Outcome::kText, "-8.000000"},
     {"sampling rate text", {"Audio", "audioSamplingRate"}, "16", Outcome::kAbsent},
-    {"sampling rate boolean", {"Audio", "audioSamplingRate"}, true, Outcome::kAbsent},
     {"sampling rate huge", {"Audio", "audioSamplingRate"}, 1e300, Outcome::kText, nullptr},
-    {"audioBitRate real", {"Audio", "audioBitRate"}, 64.0, Outcome::kText, "64"},
     // VoiceChanger: enabled a boolean, level an integer from -12 to 12.
     {"VoiceChanger level 13",
      {"Audio", "VoiceChanger"},
      parseJson(R"({"enabled":true,"level":13})"),
      Outcome::kFails},
-    {"VoiceChanger level -13",
-     {"Audio", "VoiceChanger"},
-     parseJson(R"({"enabled":true,"level":-13})"),
-     Outcome::kFails},
     {"VoiceChanger level -12", {"Audio", "VoiceChanger", "level"}, -12, Outcome::kText, "-12"},
     {"VoiceChanger level 12", {"Audio", "VoiceChanger", "level"}, 12, Outcome::kText, "12"},
-    {"VoiceChanger level real", {"Audio", "VoiceChanger", "level"}, 2.0, Outcome::kText, "2"},
     {"VoiceChanger level text",
      {"Audio", "VoiceChanger"},
      parseJson(R"({"enabled":true,"level":"3"})"),
-     Outcome::kFails},
-    {"VoiceChanger without level",
-     {"Audio", "VoiceChanger"},
-     parseJson(R"({"enabled":true})"),
      Outcome::kFails},
     {"VoiceChanger enabled text",
      {"Audio", "VoiceChanger"},
      parseJson(R"({"enabled":"true","level":0})"),
      Outcome::kFails},
     {"VoiceChanger array", {"Audio", "VoiceChanger"}, parseJson("[]"), Outcome::kFails},
-    {"VoiceChanger null", {"Audio", "VoiceChanger"}, Json::Value(), Outcome::kFails},
     // Required members of Audio.
-    {"Audio enabled missing", {"Audio", "enabled"}, 0, Outcome::kFails, "", true},
     {"audioInputChannelID number", {"Audio", "audioInputChannelID"}, 1, Outcome::kFails},
     {"audioCompressionType missing",
      {"Audio", "audioCompressionType"},
@@ -198,17 +161,6 @@ TEST(ChannelSectionsToXml, ValueRules) {
     }
 }
 
-TEST(ChannelSectionsToXml, SvcModeWrittenOnlyAsText) {
-    Json::Value answer = withMember(minimalAnswer(), {"StreamingChannel", "Video", "SVC"},
-                                    parseJson(R"({"enabled":false,"SVCMode":"manual"})"));
-    std::string xml;
-    ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannel(&xml, answer));
-    EXPECT_EQ("manual", textAt(xml, "/StreamingChannel/Video/SVC/SVCMode"));
-    answer = withMember(answer, {"StreamingChannel", "Video", "SVC", "SVCMode"}, 2);
-    ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannel(&xml, answer));
-    EXPECT_FALSE(textAt(xml, "/StreamingChannel/Video/SVC/SVCMode"));
-}
-
 // A section writer that refuses its value appends nothing, even when the fault is found in a
 // member that comes late in the section.
 TEST(ChannelSectionsToXml, RefusedSectionLeavesTheDocumentUnchanged) {
@@ -236,42 +188,6 @@ TEST(ChannelSectionsToXml, RefusedSectionLeavesTheDocumentUnchanged) {
         EXPECT_EQ(9, c.write(xml, c.value)) << c.name;
         EXPECT_EQ(before, xml.WriteToBuf()) << c.name;
     }
-}
-
-TEST(ChannelSectionsToXml, ElementOrderFollowsTheTables) {
-    Json::Value answer = minimalAnswer();
-    // Members given in reverse order still come out in document order.
-    at(answer, {"StreamingChannel", "Video", "vbrAverageCap"}) = 1;
-    at(answer, {"StreamingChannel", "Video", "PacketType"}) = "PS";
-    at(answer, {"StreamingChannel", "Video", "videoScanType"}) = "interlaced";
-    at(answer, {"StreamingChannel", "Audio", "audioResolution"}) = 16;
-    at(answer, {"StreamingChannel", "Audio", "audioInboundCompressionType"}) = "AAC";
-    std::string xml;
-    ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannel(&xml, answer));
-    std::vector<std::string> order;
-    for (const auto& [path, text] : entriesOf(xml)) {
-        if (path.rfind("/StreamingChannel/Video/", 0) == 0 ||
-            path.rfind("/StreamingChannel/Audio/", 0) == 0) {
-            order.push_back(path.substr(18));
-        }
-    }
-    const std::vector<std::string> expected = {
-        "Video/enabled",
-        "Video/videoInputChannelID",
-        "Video/videoCodecType",
-        "Video/videoScanType",
-        "Video/videoResolutionWidth",
-        "Video/videoResolutionHeight",
-        "Video/maxFrameRate",
-        "Video/PacketType",
-        "Video/vbrAverageCap",
-        "Audio/enabled",
-        "Audio/audioInputChannelID",
-        "Audio/audioCompressionType",
-        "Audio/audioInboundCompressionType",
-        "Audio/audioResolution",
-    };
-    EXPECT_EQ(expected, order);
 }
 
 }  // namespace

@@ -98,87 +98,36 @@ inline size_t countOf(const std::string& xmlText, const std::string& path) {
 inline const char* fullChannelXml() {
     return R"(<?xml version="1.0" encoding="UTF-8"?>
 <StreamingChannel version="2.0">
-  <id>101</id>
-  <channelName>Lobby main</channelName>
-  <enabled>true</enabled>
-  <Transport>
-    <maxPacketSize>1446</maxPacketSize>
-    <audioPacketLength>0</audioPacketLength>
-    <audioInboundPacketLength>320</audioInboundPacketLength>
-    <audioInboundPortNo>5000</audioInboundPortNo>
-    <videoSourcePortNo>8200</videoSourcePortNo>
-    <audioSourcePortNo>8202</audioSourcePortNo>
-    <ControlProtocolList>
-      <ControlProtocol><streamingTransport>RTSP</streamingTransport></ControlProtocol>
-      <ControlProtocol><streamingTransport>HTTP</streamingTransport></ControlProtocol>
-    </ControlProtocolList>
-    <Unicast>
-      <enabled>true</enabled>
-      <interfaceID>eth0</interfaceID>
-      <rtpTransportType>RTP/TCP</rtpTransportType>
-    </Unicast>
-    <Multicast>
-      <enabled>false</enabled>
-      <userTriggerThreshold>3</userTriggerThreshold>
-      <destIPAddress>239.1.1.1</destIPAddress>
-      <videoDestPortNo>8600</videoDestPortNo>
-      <audioDestPortNo>8602</audioDestPortNo>
-      <destIPv6Address>ff05::1</destIPv6Address>
-      <ttl>16</ttl>
-    </Multicast>
-    <Security>
-      <enabled>true</enabled>
-      <certificateType>digest</certificateType>
-    </Security>
-  </Transport>
-  <Video>
-    <enabled>true</enabled>
-    <videoInputChannelID>1</videoInputChannelID>
-    <videoCodecType>H.265</videoCodecType>
-    <videoScanType>progressive</videoScanType>
-    <videoResolutionWidth>1920</videoResolutionWidth>
-    <videoResolutionHeight>1080</videoResolutionHeight>
-    <videoResolutionName>1080P</videoResolutionName>
-    <videoPositionX>0</videoPositionX>
-    <videoPositionY>-4</videoPositionY>
-    <videoQualityControlType>VBR</videoQualityControlType>
-    <constantBitRate>4096</constantBitRate>
-    <fixedQuality>60</fixedQuality>
-    <vbrUpperCap>6144</vbrUpperCap>
-    <vbrLowerCap>32</vbrLowerCap>
-    <maxFrameRate>2500</maxFrameRate>
-    <keyFrameInterval>50</keyFrameInterval>
-    <rotationDegree>90</rotationDegree>
-    <mirrorEnabled>false</mirrorEnabled>
-    <snapShotImageType>JPEG</snapShotImageType>
-    <Mpeg4Profile>SP</Mpeg4Profile>
-    <H264Profile>Main</H264Profile>
-    <SVACProfile>Baseline</SVACProfile>
-    <GovLength>50</GovLength>
-    <SVC>
-      <enabled>true</enabled>
-      <SVCMode>auto</SVCMode>
-    </SVC>
-    <PacketType>PS</PacketType>
-    <smoothing>50</smoothing>
-    <H265Profile>Main</H265Profile>
-    <SmartCodec>
-      <enabled>false</enabled>
-    </SmartCodec>
-    <vbrAverageCap>3072</vbrAverageCap>
-  </Video>
-  <Audio>
-    <enabled>true</enabled>
-    <audioInputChannelID>1</audioInputChannelID>
-    <audioCompressionType>G.711ulaw</audioCompressionType>
-    <audioInboundCompressionType>G.711alaw</audioInboundCompressionType>
-    <audioBitRate>64</audioBitRate>
-    <audioSamplingRate>16</audioSamplingRate>
-    <audioResolution>16</audioResolution>
-  </Audio>
-  <enableCABAC>true</enableCABAC>
-  <subStreamRecStatus>false</subStreamRecStatus>
-  <customStreamEnable>true</customStreamEnable>
+<id>101</id><channelName>Lobby main</channelName><enabled>true</enabled>
+<Transport><maxPacketSize>1446</maxPacketSize><audioPacketLength>0</audioPacketLength>
+<audioInboundPacketLength>320</audioInboundPacketLength><audioInboundPortNo>5000</audioInboundPortNo>
+<videoSourcePortNo>8200</videoSourcePortNo><audioSourcePortNo>8202</audioSourcePortNo>
+<ControlProtocolList><ControlProtocol><streamingTransport>RTSP</streamingTransport></ControlProtocol>
+<ControlProtocol><streamingTransport>HTTP</streamingTransport></ControlProtocol></ControlProtocolList>
+<Unicast><enabled>true</enabled><interfaceID>eth0</interfaceID><rtpTransportType>RTP/TCP</rtpTransportType></Unicast>
+<Multicast><enabled>false</enabled><userTriggerThreshold>3</userTriggerThreshold>
+<destIPAddress>239.1.1.1</destIPAddress><videoDestPortNo>8600</videoDestPortNo>
+<audioDestPortNo>8602</audioDestPortNo><destIPv6Address>ff05::1</destIPv6Address><ttl>16</ttl></Multicast>
+<Security><enabled>true</enabled><certificateType>digest</certificateType></Security></Transport>
+<Video><enabled>true</enabled><videoInputChannelID>1</videoInputChannelID>
+<videoCodecType>H.265</videoCodecType><videoScanType>progressive</videoScanType>
+<videoResolutionWidth>1920</videoResolutionWidth><videoResolutionHeight>1080</videoResolutionHeight>
+<videoResolutionName>1080P</videoResolutionName><videoPositionX>0</videoPositionX>
+<videoPositionY>-4</videoPositionY><videoQualityControlType>VBR</videoQualityControlType>
+<constantBitRate>4096</constantBitRate><fixedQuality>60</fixedQuality><vbrUpperCap>6144</vbrUpperCap>
+<vbrLowerCap>32</vbrLowerCap><maxFrameRate>2500</maxFrameRate><keyFrameInterval>50</keyFrameInterval>
+<rotationDegree>90</rotationDegree><mirrorEnabled>false</mirrorEnabled>
+<snapShotImageType>JPEG</snapShotImageType><Mpeg4Profile>SP</Mpeg4Profile><H264Profile>Main</H264Profile>
+<SVACProfile>Baseline</SVACProfile><GovLength>50</GovLength>
+<SVC><enabled>true</enabled><SVCMode>auto</SVCMode></SVC><PacketType>PS</PacketType>
+<smoothing>50</smoothing><H265Profile>Main</H265Profile><SmartCodec><enabled>false</enabled></SmartCodec>
+<vbrAverageCap>3072</vbrAverageCap></Video>
+<Audio><enabled>true</enabled><audioInputChannelID>1</audioInputChannelID>
+<audioCompressionType>G.711ulaw</audioCompressionType>
+<audioInboundCompressionType>G.711alaw</audioInboundCompressionType><audioBitRate>64</audioBitRate>
+<audioSamplingRate>16</audioSamplingRate><audioResolution>16</audioResolution></Audio>
+<enableCABAC>true</enableCABAC><subStreamRecStatus>false</subStreamRecStatus>
+<customStreamEnable>true</customStreamEnable>
 </StreamingChannel>
 )";
 }
