@@ -56,17 +56,27 @@ template struct KeepRecordsetIndexCheck<&Sqlite3DO::CSQLite3Recordset::CheckInde
     &Sqlite3DO::CSQLite3Recordset::GetFieldCount, &Sqlite3DO::CSQLite3Recordset::IsValidIndex,
     &Sqlite3DO::CSQLite3Recordset::operator=,     &Sqlite3DO::CSQLite3Recordset::__autoclassinit2};
 
+// Makes an object observable, so that the optimiser cannot drop the constructor and destructor
+// calls around it even when it proves them free of side effects.
+template <typename T>
+void escape(T& object) {
+    asm volatile("" : : "g"(&object) : "memory");
+}
+
 // Constructors and destructors have no address; these kept functions run them.
 [[gnu::used]] void keepGuardLifetime(KVL_Mutex* mutex) {
     KVL_Guard guard(mutex);
+    escape(guard);
 }
 
 [[gnu::used]] void keepRecursiveMutexCopy(const kvl::kvl_recursive_mutex& other) {
     kvl::kvl_recursive_mutex copy(other);
+    escape(copy);
 }
 
 [[gnu::used]] void keepErrorCopy(const Sqlite3DO::CSQlite3Error& other) {
     Sqlite3DO::CSQlite3Error copy(other);
+    escape(copy);
 }
 
 }  // namespace
