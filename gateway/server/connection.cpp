@@ -2,6 +2,8 @@
 
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/string.hpp>
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/read.hpp>
 
@@ -69,6 +71,30 @@ void Connection::readRequest() {
     m_readTimer.async_wait([self = shared_from_this()](error_code ec) {
         if (!ec) self->closeNow();  // idle or too slow: the read is cancelled by the close
     });
+    http::async_read_header(
+        m_socket, m_buffer, *m_parser,
+        [self = shared_from_this()](error_code ec, std::size_t) { self->onHeader(ec); });
+}
+
+void Connection::onHeader(error_code ec) {
+    if (ec || closed()) return onRead(ec);
+    // A client that waits for "100 Continue" before sending its body (curl does for larger
+    // bodies) gets it at once; the body's size was checked against the limit with the head.
+    const auto expect = m_parser->get()[http::field::expect];
+    if (!m_parser->is_done() && boost::beast::iequals(expect, "100-continue")) {
+        static constexpr char kContinue[] = "HTTP/1.1 100 Continue\r\n\r\n";
+        net::async_write(m_socket, net::buffer(kContinue, sizeof kContinue - 1),
+                         [self = shared_from_this()](error_code writeEc, std::size_t) {
+                             if (writeEc) return self->closeNow();
+                             self->readBody();
+                         });
+        return;
+    }
+    readBody();
+}
+
+void Connection::readBody() {
+    if (closed()) return;
     http::async_read(m_socket, m_buffer, *m_parser,
                      [self = shared_from_this()](error_code ec, std::size_t) { self->onRead(ec); });
 }

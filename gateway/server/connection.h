@@ -94,6 +94,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   private:
     void readRequest();
+    void onHeader(boost::beast::error_code ec);
+    void readBody();
     void onRead(boost::beast::error_code ec);
     void answerReadError(boost::beast::error_code ec);
     void enqueue(std::shared_ptr<WriteJob> job);

@@ -1,10 +1,11 @@
 """The built-in simulated camera and device profiles, seen through the plug-in over HTTP."""
 
 import re
+import subprocess
 import time
 import xml.etree.ElementTree as ET
 
-from gateway_fixture import GatewayTestCase, make_config
+from gateway_fixture import PASSWORD, USER, GatewayTestCase, make_config
 
 
 def xml(response):
@@ -44,6 +45,15 @@ class BuiltInCameraTest(GatewayTestCase):
             self.assertEqual(xml(refused).find("statusString").text, "Content Error")
             self.assertEqual(sub_status(refused), "beyondARGSRangeLimit")
         self.assertEqual(xml(self.gateway.get(path)).find("Video/maxFrameRate").text, "2500")
+
+    def test_curl_digest_put_of_a_channel_document(self):
+        path = "/KORVA/Streaming/channels/201"
+        document = self.gateway.get(path).content
+        result = subprocess.run(
+            ["curl", "-s", "--max-time", "20", "--digest", "-u", "%s:%s" % (USER, PASSWORD),
+             "-X", "PUT", "--data-binary", "@-", "-H", "Content-Type: application/xml",
+             self.gateway.url(path)], input=document, capture_output=True, timeout=30)
+        self.assertIn(b"<subStatusCode>ok</subStatusCode>", result.stdout)
 
     def test_unknown_channels_and_the_channel_list(self):
         unknown = self.gateway.get("/KORVA/Streaming/channels/301")

@@ -155,6 +155,17 @@ TEST_F(ServerTest, SynchronousAnswerCarriesStatusHeadersBodyAndXmlType) {
     close(fd);
 }
 
+TEST_F(ServerTest, ClientWaitingForContinueGetsItBeforeSendingTheBody) {
+    const int fd = connectClient();
+    send(fd, "PUT /sync HTTP/1.1\r\nHost: x\r\nExpect: 100-continue\r\nContent-Length: 2\r\n\r\n");
+    EXPECT_EQ(readUntil(fd, "\r\n\r\n"), "HTTP/1.1 100 Continue\r\n\r\n");
+    send(fd, "ok");
+    const std::string answer = readUntil(fd, "</a>");
+    EXPECT_EQ(answer.rfind("HTTP/1.1 201 ", 0), 0u) << answer;
+    EXPECT_NE(answer.find("<a>ok</a>"), std::string::npos) << answer;
+    close(fd);
+}
+
 TEST_F(ServerTest, AsynchronousAnswerFromAnotherThreadIsOneCompleteAnswer) {
     const int fd = connectClient();
     send(fd, "GET /async HTTP/1.1\r\nHost: x\r\n\r\n");
