@@ -83,6 +83,21 @@ bool hasDoctype(std::string_view text) {
     }
 }
 
+// Deeper documents are refused: nothing exchanged here nests more than a few levels, and the
+// indented text of a very deep document grows with the square of its depth.
+constexpr int kMaxDepth = 256;
+
+struct DepthCheck : pugi::xml_tree_walker {
+    bool tooDeep = false;
+    bool for_each(pugi::xml_node&) override {
+        if (depth() >= kMaxDepth) {
+            tooDeep = true;
+            return false;
+        }
+        return true;
+    }
+};
+
 std::string serialize(const pugi::xml_node& node) {
     StringWriter writer;
     node.print(writer, "  ", kFormatFlags, pugi::encoding_utf8);
@@ -123,6 +138,11 @@ bool CXmlBase::Parse(const std::string& text) {
             ok = false;
             break;
         }
+    }
+    if (ok && roots == 1) {
+        DepthCheck check;
+        m_impl->doc.traverse(check);
+        ok = !check.tooDeep;
     }
     if (!ok || roots != 1) {
         m_impl->reset();

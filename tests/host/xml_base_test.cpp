@@ -141,6 +141,21 @@ TEST(XmlParse, RefusesEntityExpansionDocumentsQuickly) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
 }
 
+TEST(XmlParse, RefusesVeryDeepDocuments) {
+    auto nested = [](int depth) {
+        std::string text;
+        for (int i = 0; i < depth; ++i) text += "<a>";
+        for (int i = 0; i < depth; ++i) text += "</a>";
+        return text;
+    };
+    CXmlBase xml;
+    EXPECT_TRUE(xml.Parse(nested(100)));
+    EXPECT_FALSE(xml.Parse(nested(1000)));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(xml.Parse(nested(200000)));  // indented, it would be tens of gigabytes
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+}
+
 TEST(XmlParse, ReparseResetsTheCursor) {
     CXmlBase xml;
     ASSERT_TRUE(xml.Parse("<a><b/></a>"));
