@@ -112,6 +112,7 @@ int CEventPto::procProtocol(int* /*handled*/, std::string* response, int* asyncR
 
 int CEventPto::procAlertStream(std::string* response, int* asyncReply,
                                const ExchangeHolder& exchange, const std::string& devIndex) {
+    if (!exchange.exchange) return answerError(kErrorInternal, std::string(), response);
     QXHttpService::CHttpExchange& http = *exchange.exchange;
     int streamId = 0;
     {

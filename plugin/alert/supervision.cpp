@@ -50,14 +50,16 @@ int CEventPto::buildHeartBeatXml(CAlertStreamSession& stream, std::string* xml) 
 int CEventPto::sendHeartBeatOnTimer(uint32_t timerId, void* user) {
     auto* service = static_cast<CEventPto*>(user);
     if (service == nullptr || timerId != service->heartBeatTimerId) return 0;
-    std::vector<DueStream> due;
-    service->streamMap.forEach([&due](const SessionPtr& stream) {
-        const uint32_t now = KVL_GetTimeTick();
-        const uint32_t last = stream->lastSendTick;
-        if (stream->isOpen() && now - last >= kQuietTimeMs) due.push_back({stream, last, now});
-        return true;
-    });
+    // The due streams are collected under the table's read side; their heartbeats are built
+    // and queued after it, so writers of the table wait only for the walk.
     try {
+        std::vector<DueStream> due;
+        service->streamMap.forEach([&due](const SessionPtr& stream) {
+            const uint32_t now = KVL_GetTimeTick();
+            const uint32_t last = stream->lastSendTick;
+            if (stream->isOpen() && now - last >= kQuietTimeMs) due.push_back({stream, last, now});
+            return true;
+        });
         for (const DueStream& entry : due) {
             QXW_LOG(3, "[lastAlarmTime=%d,nowTime=%d]test", static_cast<int>(entry.lastSendTick),
                     static_cast<int>(entry.now));
