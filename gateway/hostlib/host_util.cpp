@@ -3,7 +3,8 @@
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
-#include <openssl/hmac.h>
+#include <openssl/core_names.h>
+#include <openssl/params.h>
 #include <openssl/rand.h>
 
 #include <cstdio>
@@ -11,7 +12,6 @@
 #include <ctime>
 #include <mutex>
 
-#include "gateway/hostlib/digest_math.h"
 #include "gateway/hostlib/host_nonce.h"
 #include "gateway/hostlib/runtime_clock.h"
 
@@ -25,32 +25,62 @@ constexpr size_t kMacBytes = 16;
 constexpr size_t kRawBytes = kStampBytes + kRandomBytes + kMacBytes;  // 32 -> 43 characters
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 
-struct Secret {
-    unsigned char key[32];
-    bool ok = false;
+// HMAC-SHA256 keyed with a per-process random secret. The MAC and digest are fetched and the key
+// set once; every use duplicates the keyed context (HMAC() would look both up by name each time).
+class NonceMac {
+public:
+    NonceMac() {
+        unsigned char key[32];
+        if (RAND_bytes(key, sizeof key) != 1) return;
+        m_mac = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
+        if (m_mac == nullptr) return;
+        m_keyed = EVP_MAC_CTX_new(m_mac);
+        char digestName[] = "SHA256";
+        const OSSL_PARAM params[] = {
+            OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digestName, 0),
+            OSSL_PARAM_construct_end()};
+        if (m_keyed == nullptr || EVP_MAC_init(m_keyed, key, sizeof key, params) != 1) {
+            EVP_MAC_CTX_free(m_keyed);
+            m_keyed = nullptr;
+        }
+        OPENSSL_cleanse(key, sizeof key);
+    }
+    NonceMac(const NonceMac&) = delete;
+    NonceMac& operator=(const NonceMac&) = delete;
+    // Kept for the life of the process (nonces may be checked while static objects go away).
+    ~NonceMac() = default;
+
+    bool compute(const unsigned char* data, size_t length, unsigned char out[kMacBytes]) const {
+        if (m_keyed == nullptr) return false;
+        // Each thread keeps its own copy of the keyed context and restarts it with the same key.
+        struct Local {
+            EVP_MAC_CTX* ctx = nullptr;
+            ~Local() { EVP_MAC_CTX_free(ctx); }
+        };
+        thread_local Local local;
+        if (local.ctx == nullptr) {
+            local.ctx = EVP_MAC_CTX_dup(m_keyed);
+            if (local.ctx == nullptr) return false;
+        } else if (EVP_MAC_init(local.ctx, nullptr, 0, nullptr) != 1) {
+            return false;
+        }
+        unsigned char full[EVP_MAX_MD_SIZE];
+        size_t fullLength = 0;
+        const bool ok = EVP_MAC_update(local.ctx, data, length) == 1 &&
+                        EVP_MAC_final(local.ctx, full, &fullLength, sizeof full) == 1 &&
+                        fullLength >= kMacBytes;
+        if (ok) std::memcpy(out, full, kMacBytes);
+        return ok;
+    }
+
+private:
+    EVP_MAC* m_mac = nullptr;
+    EVP_MAC_CTX* m_keyed = nullptr;
 };
 
-const Secret& secret() {
-    static const Secret s = [] {
-        Secret fresh;
-        fresh.ok = RAND_bytes(fresh.key, sizeof fresh.key) == 1;
-        return fresh;
-    }();
-    return s;
-}
-
 bool mac(const unsigned char* data, size_t length, unsigned char out[kMacBytes]) {
-    const Secret& key = secret();
-    const EVP_MD* md = digest::messageDigest(digest::Algorithm::kSha256);
-    if (!key.ok || md == nullptr) return false;
-    unsigned char full[EVP_MAX_MD_SIZE];
-    unsigned int fullLength = 0;
-    if (HMAC(md, key.key, sizeof key.key, data, length, full, &fullLength) == nullptr ||
-        fullLength < kMacBytes) {
-        return false;
-    }
-    std::memcpy(out, full, kMacBytes);
-    return true;
+    static const NonceMac* const instance = new NonceMac;
+    return instance->compute(data, length, out);
 }
 
 std::string encode(const unsigned char* bytes, size_t length) {
