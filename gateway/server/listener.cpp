@@ -29,6 +29,13 @@ bool Listener::bind(const std::string& host, unsigned short port, std::string* e
     if (!ec) m_acceptor.set_option(net::socket_base::reuse_address(true), ec);
     if (!ec) m_acceptor.bind(endpoint, ec);
     if (!ec) m_acceptor.listen(net::socket_base::max_listen_connections, ec);
+    if (!ec) {
+        // Taken now, while no accept is under way on the acceptor.
+        const auto local = m_acceptor.local_endpoint(ec);
+        const auto bound = local.address();
+        m_boundAddress = (bound.is_v6() ? "[" + bound.to_string() + "]" : bound.to_string()) + ":" +
+                         std::to_string(local.port());
+    }
     if (ec) {
         *error = ec.message();
         error_code ignored;
@@ -36,22 +43,6 @@ bool Listener::bind(const std::string& host, unsigned short port, std::string* e
         return false;
     }
     return true;
-}
-
-unsigned short Listener::boundPort() const {
-    error_code ec;
-    const auto endpoint = m_acceptor.local_endpoint(ec);
-    return ec ? 0 : endpoint.port();
-}
-
-std::string Listener::boundAddress() const {
-    error_code ec;
-    const auto endpoint = m_acceptor.local_endpoint(ec);
-    if (ec) return "";
-    const auto address = endpoint.address();
-    const std::string host =
-        address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
-    return host + ":" + std::to_string(endpoint.port());
 }
 
 void Listener::start() {

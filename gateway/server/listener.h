@@ -21,9 +21,8 @@ class Listener : public std::enable_shared_from_this<Listener> {
 
     // Opens, binds and listens. Port 0 picks a free port. False with a message on failure.
     bool bind(const std::string& host, unsigned short port, std::string* error);
-    // The bound address as "HOST:PORT" (IPv6 hosts in brackets).
-    std::string boundAddress() const;
-    unsigned short boundPort() const;
+    // The bound address as "HOST:PORT" (IPv6 hosts in brackets); "" before bind().
+    const std::string& boundAddress() const { return m_boundAddress; }
 
     void start();
     // Stops accepting (any thread).
@@ -41,6 +40,7 @@ class Listener : public std::enable_shared_from_this<Listener> {
     const ServerLimits& m_limits;
     ConnectionRegistry& m_registry;
     Metrics* m_metrics;
+    std::string m_boundAddress;
 };
 
 }  // namespace korva::gateway
