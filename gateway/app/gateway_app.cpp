@@ -1,13 +1,8 @@
 #include "gateway/app/gateway_app.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <thread>
@@ -25,15 +20,6 @@ namespace korva::gateway {
 namespace {
 
 constexpr const char* kPluginFile = "libkorva_protocol.so";
-
-// Written by the signal handler, read by the main thread: a stop signal may arrive on any thread
-// (the host library starts threads before main), so the handler only writes one byte.
-int stopPipe[2] = {-1, -1};
-
-void onStopSignal(int) {
-    const char byte = 1;
-    [[maybe_unused]] const ssize_t n = write(stopPipe[1], &byte, 1);
-}
 
 void configureHost(const GatewayConfig& config) {
     korva::host::setLogLevel(config.logLevel);
@@ -73,25 +59,29 @@ int ioThreadCount(const GatewayConfig& config) {
     return cores < 2 ? 2 : static_cast<int>(cores);
 }
 
+sigset_t stopSignalSet() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGTERM);
+    return set;
+}
+
+// The stop signals are blocked in every thread (installStopHandlers runs before any thread
+// starts), so they stay pending until this thread takes them here. Waiting synchronously also
+// works under sanitizers that defer asynchronous signal handlers.
 void waitForStopSignal() {
-    char byte = 0;
-    while (read(stopPipe[0], &byte, 1) < 0 && errno == EINTR) {
+    const sigset_t set = stopSignalSet();
+    int signal = 0;
+    while (sigwait(&set, &signal) != 0) {
     }
 }
 
 }  // namespace
 
 void installStopHandlers() {
-    if (stopPipe[0] < 0 && pipe2(stopPipe, O_CLOEXEC) != 0) {
-        std::perror("korva-gateway: pipe");
-        std::exit(1);
-    }
-    struct sigaction action {};
-    action.sa_handler = onStopSignal;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = SA_RESTART;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    const sigset_t set = stopSignalSet();
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
     ::signal(SIGPIPE, SIG_IGN);
 }
 

@@ -9,8 +9,9 @@
 
 namespace korva::gateway {
 
-// Makes SIGINT and SIGTERM request a clean stop (runGateway waits for them) and ignores
-// SIGPIPE. Call first in main.
+// Blocks SIGINT and SIGTERM (runGateway waits for them: they request a clean stop) in the
+// calling thread and so in every thread started later, and ignores SIGPIPE. Call first in main,
+// before any thread starts.
 void installStopHandlers();
 
 // Raises the soft limit of open files to the hard limit.
