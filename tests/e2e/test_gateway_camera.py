@@ -55,12 +55,6 @@ class BuiltInCameraTest(GatewayTestCase):
              self.gateway.url(path)], input=document, capture_output=True, timeout=30)
         self.assertIn(b"<subStatusCode>ok</subStatusCode>", result.stdout)
 
-    def test_unknown_channels_and_the_channel_list(self):
-        unknown = self.gateway.get("/KORVA/Streaming/channels/301")
-        self.assertEqual((unknown.status_code, sub_status(unknown)), (400, "invalidChannel"))
-        ids = [c.find("id").text for c in xml(self.gateway.get("/KORVA/Streaming/channels"))]
-        self.assertEqual(ids, ["101", "102", "201", "202"])
-
     def test_ptz_presets(self):
         base = "/KORVA/PTZCtrl/channels/1/presets/"
         preset = b"<PTZPreset><enabled>true</enabled><id>7</id><presetName>Gate</presetName></PTZPreset>"
