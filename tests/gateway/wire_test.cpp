@@ -63,7 +63,9 @@ TEST(PathPattern, MatchesSegmentsAndIntegers) {
     for (const Case& c : cases) {
         std::vector<int> numbers;
         EXPECT_EQ(sim::matchPath(c.pattern, c.path, &numbers), c.matches) << c.path;
-        if (c.matches) EXPECT_EQ(numbers, c.numbers) << c.path;
+        if (c.matches) {
+            EXPECT_EQ(numbers, c.numbers) << c.path;
+        }
     }
 }
 
