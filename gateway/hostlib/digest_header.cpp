@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "gateway/hostlib/hex_digit.h"
+
 namespace korva::host::digest {
 
 namespace {
@@ -33,12 +35,7 @@ bool equalsNoCase(std::string_view a, std::string_view b) {
 // Characters allowed in a quoted string (qdtext and the escaped half of a quoted-pair).
 bool isQuotedChar(unsigned char c) { return c == '\t' || (c >= 0x20 && c != 0x7F); }
 
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
+int hexValue(char c) { return korva::host::hexDigitValue(c); }
 
 }  // namespace
 

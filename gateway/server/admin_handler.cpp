@@ -4,6 +4,7 @@
 
 #include <array>
 
+#include "gateway/hostlib/hex_digit.h"
 #include "gateway/hostlib/host_control.h"
 #include "gateway/server/connection_registry.h"
 #include "gateway/server/metrics.h"
@@ -44,12 +45,7 @@ std::string alarmDevice(const std::string& body) {
     return devIndex.isString() ? devIndex.asString() : "";
 }
 
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
+int hexValue(char c) { return korva::host::hexDigitValue(c); }
 
 }  // namespace
 

@@ -15,6 +15,8 @@ using korva::testing::LogCapture;
 using korva::testing::TestRequest;
 using QXHttpService::kMethodGet;
 using testing::kProbeUrl;
+using testing::Outcome;
+using testing::run;
 using testing::ProbeHandler;
 
 std::string unauthorizedHead(const std::string& url) {
@@ -22,20 +24,6 @@ std::string unauthorizedHead(const std::string& url) {
            "</requestURL>\n  <statusCode>401</statusCode>\n"
            "  <statusString>Unauthorized</statusString>\n"
            "  <subStatusCode>badAuthorization</subStatusCode>\n";
-}
-
-struct Outcome {
-    int status = 0;
-    std::string response = "untouched";
-    int handled = 7;
-    int asyncReply = 0;
-};
-
-Outcome run(CProtocolBase& handler, const TestRequest& request) {
-    Outcome outcome;
-    outcome.status =
-        handler.proc(&outcome.handled, &outcome.response, &outcome.asyncReply, request.holder());
-    return outcome;
 }
 
 TestRequest requestWithAuthorization(const std::string& authorization) {

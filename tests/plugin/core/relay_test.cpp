@@ -19,24 +19,12 @@ using korva::testing::TestRequest;
 using QXHttpService::kMethodGet;
 using QXHttpService::kMethodPut;
 using testing::kRelayUrl;
+using testing::Outcome;
+using testing::run;
 using testing::RelayHandler;
 
 std::string errorDocument(uint32_t errorNumber) {
     return CProtocolBase::getResponseByError(static_cast<int>(errorNumber), kRelayUrl);
-}
-
-struct Outcome {
-    int status = 0;
-    std::string response = "untouched";
-    int handled = 7;
-    int asyncReply = 0;
-};
-
-Outcome run(CProtocolBase& handler, const TestRequest& request) {
-    Outcome outcome;
-    outcome.status =
-        handler.proc(&outcome.handled, &outcome.response, &outcome.asyncReply, request.holder());
-    return outcome;
 }
 
 // A context as procProtocol hands it to the bus: the callback releases it.

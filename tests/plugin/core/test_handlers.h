@@ -5,6 +5,7 @@
 #include <atomic>
 #include <string>
 
+#include "gateway/testing/harness.h"
 #include "host/http_exchange.h"
 #include "plugin/pipeline/protocol_base.h"
 #include "plugin/relay/dev_cfg_base.h"
@@ -77,5 +78,21 @@ class RelayHandler : public CDevCfgBase {
     bool preparedOwnExchange = false;
     std::string preparedBody;
 };
+
+// What one call of a handler's proc left behind; response and handled start with values the
+// pipeline never writes, so a test sees whether they were touched.
+struct Outcome {
+    int status = 0;
+    std::string response = "untouched";
+    int handled = 7;
+    int asyncReply = 0;
+};
+
+inline Outcome run(CProtocolBase& handler, const korva::testing::TestRequest& request) {
+    Outcome outcome;
+    outcome.status =
+        handler.proc(&outcome.handled, &outcome.response, &outcome.asyncReply, request.holder());
+    return outcome;
+}
 
 }  // namespace QXKORVAProtocol::testing
