@@ -2,6 +2,7 @@
 // plug-in's routines and let a test wait for it.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -39,6 +40,23 @@ class CallLog {
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::vector<Call> m_calls;
+};
+
+// The body of a routine that stays inside its call for a while, so that a test can end the
+// routine's registration while it runs.
+struct SlowRoutine {
+    std::atomic<int> calls{0};
+    std::atomic<bool> inside{false};
+
+    void run() {
+        inside = true;
+        calls.fetch_add(1);
+        std::this_thread::sleep_for(150ms);
+        inside = false;
+    }
+    void waitUntilEntered() const {
+        while (calls == 0) std::this_thread::sleep_for(1ms);
+    }
 };
 
 // One completion of a relay: the bytes and the thread that delivered them.

@@ -99,30 +99,15 @@ TEST_F(DeviceManagerTest, RegistrationArguments) {
     EXPECT_EQ(-1, QX_DeviceMgr_NotifyDetach(recordEvent));
 }
 
-// A routine that stays inside its first call until the test has tried to unregister it.
-struct SlowRoutine {
-    std::atomic<int> calls{0};
-    std::atomic<bool> inside{false};
-    std::atomic<bool> entered{false};
-
-    static void run(int, const char*, void* user) {
-        auto* self = static_cast<SlowRoutine*>(user);
-        self->inside = true;
-        self->entered = true;
-        self->calls.fetch_add(1);
-        std::this_thread::sleep_for(150ms);
-        self->inside = false;
-    }
-};
+void slowRoutine(int, const char*, void* user) { static_cast<SlowRoutine*>(user)->run(); }
 
 TEST_F(DeviceManagerTest, NotifyDetachWaitsForARunningRoutineAndStopsLaterCalls) {
     SlowRoutine routine;
-    ASSERT_EQ(0, QX_DeviceMgr_NotifyAttach(SlowRoutine::run, &routine));
+    ASSERT_EQ(0, QX_DeviceMgr_NotifyAttach(slowRoutine, &routine));
     detachDevice("dev-1");
     reattachDevice("dev-1");  // queued behind the slow first call
-    while (!routine.entered) std::this_thread::sleep_for(1ms);
-
-    ASSERT_EQ(0, QX_DeviceMgr_NotifyDetach(SlowRoutine::run));
+    routine.waitUntilEntered();
+    ASSERT_EQ(0, QX_DeviceMgr_NotifyDetach(slowRoutine));
     EXPECT_FALSE(routine.inside);
     detachDevice("dev-1");
     std::this_thread::sleep_for(100ms);
@@ -144,10 +129,7 @@ TEST_F(DeviceManagerTest, RoutineMayUnregisterItself) {
     ASSERT_EQ(0, QX_DeviceMgr_NotifyAttach(SelfRemoving::run, &routine));
     detachDevice("dev-1");
     reattachDevice("dev-1");
-    const auto deadline = std::chrono::steady_clock::now() + 5s;
-    while (routine.calls == 0 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(1ms);
-    }
+    while (routine.calls == 0) std::this_thread::sleep_for(1ms);
     std::this_thread::sleep_for(100ms);
     EXPECT_EQ(1, routine.calls.load());
     EXPECT_EQ(0, routine.result.load());

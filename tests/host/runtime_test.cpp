@@ -1,4 +1,4 @@
-// Runtime library: string helpers, atomics, last errors, mutexes and the exported support classes.
+// Runtime library: string helpers, atomics, last errors, locks and the exported support classes.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -16,27 +16,24 @@
 #include "host/sqlite3_do.h"
 
 TEST(Runtime, StrcmpTreatsNullAsEmpty) {
-    EXPECT_EQ(KVL_Strcmp(nullptr, nullptr), 0);
     EXPECT_EQ(KVL_Strcmp(nullptr, ""), 0);
     EXPECT_LT(KVL_Strcmp(nullptr, "a"), 0);
     EXPECT_GT(KVL_Strcmp("a", nullptr), 0);
-    EXPECT_EQ(KVL_Strcmp("/KORVA", "/KORVA"), 0);
     EXPECT_NE(KVL_Strcmp("/KORVA", "/korva"), 0);
 }
 
-TEST(Runtime, Itoa) {
-    struct Case {
+TEST(Runtime, ItoaAndAtoi32) {
+    struct ItoaCase {
         int value;
         int radix;
         const char* text;
     };
-    const Case cases[] = {
-        {0, 10, "0"},           {443, 10, "443"},          {-17, 10, "-17"},
-        {INT_MAX, 10, "2147483647"}, {INT_MIN, 10, "-2147483648"}, {255, 16, "ff"},
-        {-1, 16, "ffffffff"},   {5, 2, "101"},             {35, 36, "z"},
+    const ItoaCase itoa[] = {
+        {0, 10, "0"},         {-17, 10, "-17"},       {INT_MAX, 10, "2147483647"},
+        {INT_MIN, 10, "-2147483648"}, {-1, 16, "ffffffff"}, {35, 36, "z"},
         {INT_MIN, 2, "10000000000000000000000000000000"},
     };
-    for (const Case& c : cases) {
+    for (const ItoaCase& c : itoa) {
         char buffer[34];
         std::memset(buffer, '#', sizeof buffer);
         EXPECT_EQ(KVL_Itoa(c.value, buffer, c.radix), buffer);
@@ -46,24 +43,16 @@ TEST(Runtime, Itoa) {
     KVL_Itoa(5, buffer, 1);
     EXPECT_STREQ(buffer, "");
     EXPECT_EQ(KVL_Itoa(5, nullptr, 10), nullptr);
+
+    const std::pair<const char*, int32_t> atoi[] = {
+        {"  \t-7x", -7},      {"+15", 15},           {"", 0},
+        {"-", 0},             {"2147483648", INT32_MAX}, {"-2147483648", INT32_MIN},
+        {"-99999999999999999999", INT32_MIN}, {"1 2", 1}, {nullptr, 0},
+    };
+    for (const auto& [text, value] : atoi) EXPECT_EQ(KVL_Atoi32(text), value) << text;
 }
 
-TEST(Runtime, Atoi32) {
-    struct Case {
-        const char* text;
-        int32_t value;
-    };
-    const Case cases[] = {
-        {"42", 42},          {"  \t-7x", -7},          {"+15", 15},
-        {"", 0},             {"abc", 0},               {"-", 0},
-        {"2147483647", INT32_MAX}, {"2147483648", INT32_MAX}, {"-2147483648", INT32_MIN},
-        {"-99999999999999999999", INT32_MIN}, {"0012", 12}, {"1 2", 1},
-    };
-    for (const Case& c : cases) EXPECT_EQ(KVL_Atoi32(c.text), c.value) << c.text;
-    EXPECT_EQ(KVL_Atoi32(nullptr), 0);
-}
-
-TEST(Runtime, AtomicsAreAtomic) {
+TEST(Runtime, AtomicsAndPerThreadLastError) {
     volatile int32_t counter = 0;
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
@@ -76,12 +65,8 @@ TEST(Runtime, AtomicsAreAtomic) {
         });
     }
     for (auto& thread : threads) thread.join();
-    EXPECT_EQ(counter, 40000);
     EXPECT_EQ(KVL_AtomicInc(&counter), 40001);
-    EXPECT_EQ(KVL_AtomicDec(&counter), 40000);
-}
 
-TEST(Runtime, LastErrorIsPerThread) {
     KVL_SetLastError(11);
     std::thread([] {
         EXPECT_EQ(KVL_GetLastError(), 0);
@@ -92,24 +77,21 @@ TEST(Runtime, LastErrorIsPerThread) {
     EXPECT_EQ(KVL_GetSystemLastError(), EPIPE);
 }
 
-TEST(Runtime, MutexIsNotRecursive) {
+TEST(Runtime, PlainMutexRefusesRelockRecursiveOneAllowsIt) {
     KVL_Mutex mutex;
     ASSERT_EQ(mutex.Lock(), 0);
     EXPECT_NE(mutex.Lock(), 0);  // relocking by the owner is reported, not a deadlock
     EXPECT_EQ(mutex.Unlock(), 0);
-}
 
-TEST(Runtime, RecursiveMutexAndCopies) {
-    kvl::kvl_recursive_mutex mutex;
-    ASSERT_EQ(mutex.Lock(), 0);
-    ASSERT_EQ(mutex.Lock(), 0);
-    EXPECT_EQ(mutex.Unlock(), 0);
-    EXPECT_EQ(mutex.Unlock(), 0);
-    kvl::kvl_recursive_mutex copy(mutex);  // member-wise copy of an unlocked mutex
+    kvl::kvl_recursive_mutex recursive;
+    ASSERT_EQ(recursive.Lock(), 0);
+    ASSERT_EQ(recursive.Lock(), 0);
+    EXPECT_EQ(recursive.Unlock(), 0);
+    EXPECT_EQ(recursive.Unlock(), 0);
+    kvl::kvl_recursive_mutex copy(recursive);  // member-wise copy of an unlocked mutex
     ASSERT_EQ(copy.Lock(), 0);
     EXPECT_EQ(copy.Unlock(), 0);
-    auto* heap = new kvl::kvl_recursive_mutex[2];
-    delete[] heap;  // virtual destructor, vector form
+    delete[] new kvl::kvl_recursive_mutex[2];  // virtual destructor, vector form
 }
 
 TEST(Runtime, GuardLocksUntilReleased) {
@@ -128,90 +110,60 @@ TEST(Runtime, GuardLocksUntilReleased) {
         other.join();
     }
     EXPECT_EQ(shared, 2);
-    KVL_Guard none(nullptr);  // nothing locked, nothing unlocked
+    KVL_Guard none(nullptr);
     KVL_Guard zeroed(&mutex);
     zeroed.__autoclassinit2(sizeof zeroed);  // forgets the mutex without unlocking it
-    EXPECT_NE(mutex.Lock(), 0);             // still held by this thread
+    EXPECT_NE(mutex.Lock(), 0);              // still held by this thread
     EXPECT_EQ(mutex.Unlock(), 0);
-}
 
-TEST(Runtime, GuardAssignmentCopiesThePointer) {
-    KVL_Mutex a;
-    KVL_Mutex b;
-    KVL_Guard first(&a);
-    KVL_Guard second(&b);
+    KVL_Mutex other;
+    KVL_Guard first(&mutex);
+    KVL_Guard second(&other);
     second.Release();
-    second = first;   // both now refer to a
-    first.Release();  // unlocks a
+    second = first;   // both now refer to mutex
+    first.Release();  // unlocks it
     second.__autoclassinit2(sizeof second);
-    EXPECT_EQ(a.Lock(), 0);
-    EXPECT_EQ(a.Unlock(), 0);
-}
-
-TEST(Runtime, StringHelperAssignmentLeavesTheObject) {
-    kvl::kvl_string a;
-    kvl::kvl_string b;
-    EXPECT_EQ(&(a = b), &a);
-    EXPECT_EQ(&(a = kvl::kvl_string()), &a);
+    EXPECT_EQ(mutex.Lock(), 0);
+    EXPECT_EQ(mutex.Unlock(), 0);
 }
 
 TEST(Runtime, ReaderWriterLock) {
     QXBase::CRWLock lock;
     int value = 0;
-    {
-        QXBase::CReadLockGuard r1(lock);
-        QXBase::CReadLockGuard r2(lock);  // readers share
-    }
     std::thread writer;
     {
         QXBase::CReadLockGuard reader(lock);
+        QXBase::CReadLockGuard second(lock);  // readers share
         writer = std::thread([&] {
             QXBase::CWriteLockGuard w(lock);
             value = 1;
         });
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        EXPECT_EQ(value, 0);  // the writer waits for the reader
+        EXPECT_EQ(value, 0);  // the writer waits for the readers
     }
     writer.join();
     EXPECT_EQ(value, 1);
 }
 
-TEST(SupportClasses, DatabaseError) {
-    Sqlite3DO::CSQlite3Error error(-5, "locked");
-    EXPECT_EQ(error.ErrCode(), -5);
-    EXPECT_STREQ(error.ErrMsg(), "locked");
-    EXPECT_STREQ(error.what(), "locked");
-    Sqlite3DO::CSQlite3Error copy(error);
+TEST(SupportClasses, DatabaseErrorAndRecordset) {
     Sqlite3DO::CSQlite3Error other(1, "x");
-    other = copy;
+    other = Sqlite3DO::CSQlite3Error(-5, "locked");
     EXPECT_EQ(other.ErrCode(), -5);
     EXPECT_STREQ(other.ErrMsg(), "locked");
-    try {
-        throw Sqlite3DO::CSQlite3Error(7, "thrown");
-    } catch (const std::exception& e) {
-        EXPECT_STREQ(e.what(), "thrown");
-    }
-}
+    EXPECT_STREQ(static_cast<const std::exception&>(other).what(), "locked");
 
-TEST(SupportClasses, Recordset) {
     int db = 0;
     int stmt = 0;
     Sqlite3DO::CSQLite3Recordset empty;
     EXPECT_FALSE(empty.IsAttach());
     EXPECT_TRUE(empty.IsEOF());
-    EXPECT_FALSE(empty.IsValidIndex(0));
-    Sqlite3DO::CSQLite3Recordset half(&db, nullptr, 3, false);
-    EXPECT_FALSE(half.IsAttach());
+    EXPECT_FALSE(Sqlite3DO::CSQLite3Recordset(&db, nullptr, 3, false).IsAttach());
     Sqlite3DO::CSQLite3Recordset set(&db, &stmt, 3, false);
     EXPECT_TRUE(set.IsAttach());
-    EXPECT_FALSE(set.IsEOF());
-    EXPECT_EQ(set.GetFieldCount(), 3);
     EXPECT_FALSE(set.IsValidIndex(-1));
-    EXPECT_TRUE(set.IsValidIndex(0));
     EXPECT_TRUE(set.IsValidIndex(2));
     EXPECT_FALSE(set.IsValidIndex(3));
     empty = set;
-    EXPECT_TRUE(empty.IsAttach());
     EXPECT_EQ(empty.GetFieldCount(), 3);
     empty.__autoclassinit2(sizeof empty);
     EXPECT_FALSE(empty.IsAttach());

@@ -25,9 +25,8 @@ struct Item {
 };
 
 int work(void* raw) {
-    auto* item = static_cast<Item*>(raw);
-    Counters* c = item->counters;
-    delete item;  // the item belongs to the routine
+    Counters* c = static_cast<Item*>(raw)->counters;
+    delete static_cast<Item*>(raw);  // the item belongs to the routine
     const int now = ++c->running;
     int seen = c->maxRunning.load();
     while (now > seen && !c->maxRunning.compare_exchange_weak(seen, now)) {
@@ -70,7 +69,7 @@ TEST(ThreadPool, RunsEveryItemWithAtMostMaxThreads) {
     EXPECT_EQ(KVL_ThreadPoolFlex_Destroy(pool), 0);
 }
 
-TEST(ThreadPool, DestroyRunsPendingWork) {
+TEST(ThreadPool, DestroyRunsPendingWorkAndNullPoolsAreRefused) {
     Counters c;
     c.work = std::chrono::milliseconds(5);
     KVL_HThreadPoolFlex pool = KVL_ThreadPoolFlex_Create(2, 1000, work, 0);
@@ -79,6 +78,11 @@ TEST(ThreadPool, DestroyRunsPendingWork) {
     EXPECT_EQ(KVL_ThreadPoolFlex_Destroy(pool), 0);
     EXPECT_EQ(c.done.load(), 20);
     EXPECT_EQ(c.running.load(), 0);
+
+    EXPECT_EQ(KVL_ThreadPoolFlex_Work(nullptr, nullptr), -1);
+    EXPECT_EQ(KVL_ThreadPoolFlex_Destroy(nullptr), -1);
+    EXPECT_EQ(KVL_ThreadPoolFlex_Create(0, 100, work, 0), nullptr);
+    EXPECT_EQ(KVL_ThreadPoolFlex_Create(1, 100, nullptr, 0), nullptr);
 }
 
 TEST(ThreadPool, IdleWorkersEndAndNewOnesStartOnDemand) {
@@ -91,13 +95,6 @@ TEST(ThreadPool, IdleWorkersEndAndNewOnesStartOnDemand) {
         std::this_thread::sleep_for(std::chrono::milliseconds(60));  // workers time out
     }
     EXPECT_EQ(KVL_ThreadPoolFlex_Destroy(pool), 0);
-}
-
-TEST(ThreadPool, RefusesNullPoolsAndBadArguments) {
-    EXPECT_EQ(KVL_ThreadPoolFlex_Work(nullptr, nullptr), -1);
-    EXPECT_EQ(KVL_ThreadPoolFlex_Destroy(nullptr), -1);
-    EXPECT_EQ(KVL_ThreadPoolFlex_Create(0, 100, work, 0), nullptr);
-    EXPECT_EQ(KVL_ThreadPoolFlex_Create(1, 100, nullptr, 0), nullptr);
 }
 
 namespace {

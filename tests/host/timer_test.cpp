@@ -47,12 +47,6 @@ protected:
 
 }  // namespace
 
-TEST_F(ManualClock, TickFollowsTheManualClock) {
-    EXPECT_EQ(KVL_GetTimeTick(), 1000u);
-    korva::host::advanceClock(250);
-    EXPECT_EQ(KVL_GetTimeTick(), 1250u);
-}
-
 TEST_F(ManualClock, AdvanceFiresEveryDuePeriodInTimeOrder) {
     Recorder fast;
     Recorder slow;
@@ -68,8 +62,7 @@ TEST_F(ManualClock, AdvanceFiresEveryDuePeriodInTimeOrder) {
     EXPECT_EQ(slow.ticks, (std::vector<uint32_t>{3500, 6000, 8500, 11000}));
     EXPECT_TRUE(std::is_sorted(g_allTicks.begin(), g_allTicks.end()));
     EXPECT_EQ(g_allTicks.size(), 14u);
-    EXPECT_TRUE(fast.idMatched);
-    EXPECT_TRUE(slow.idMatched);
+    EXPECT_TRUE(fast.idMatched && slow.idMatched);
     EXPECT_EQ(KVL_GetTimeTick(), 11000u);
     EXPECT_EQ(KVL_KillTimer(fast.id), 0);
     EXPECT_EQ(KVL_KillTimer(fast.id), -1);  // unknown now
@@ -85,19 +78,16 @@ TEST_F(ManualClock, TickWrapsAndTimersKeepTheirPeriod) {
     korva::host::advanceClock(600);
     EXPECT_EQ(r.ticks, (std::vector<uint32_t>{0xFFFFFFC8u, 0x90u, 0x158u}));
     EXPECT_EQ(KVL_GetTimeTick(), 0x158u);
-    EXPECT_EQ(static_cast<uint32_t>(KVL_GetTimeTick() - 0xFFFFFF00u), 600u);
 }
 
-TEST_F(ManualClock, KillFromInsideItsRoutineCancels) {
+TEST_F(ManualClock, TimersEndOnKillFromTheirRoutineOrOnStopAndRefuseBadArguments) {
     Recorder r;
     r.killInside = true;
     ASSERT_EQ(KVL_SetTimer(record, &r, 100, &r.id, 0), 0);
     korva::host::advanceClock(1000);
     EXPECT_EQ(r.ticks.size(), 1u);
     EXPECT_EQ(KVL_KillTimer(r.id), -1);
-}
 
-TEST_F(ManualClock, RefusesBadArguments) {
     uint32_t id = 0;
     KVL_SetLastError(0);
     EXPECT_EQ(KVL_SetTimer(nullptr, nullptr, 100, &id, 0), -1);
@@ -105,15 +95,13 @@ TEST_F(ManualClock, RefusesBadArguments) {
     EXPECT_EQ(KVL_SetTimer(record, nullptr, 0, &id, 0), -1);
     EXPECT_EQ(KVL_SetTimer(record, nullptr, 100, nullptr, 0), -1);
     EXPECT_EQ(KVL_KillTimer(0xFFFFFFFFu), -1);
-}
 
-TEST_F(ManualClock, StopForgetsEveryTimer) {
-    Recorder r;
-    ASSERT_EQ(KVL_SetTimer(record, &r, 100, &r.id, 0), 0);
+    Recorder forgotten;  // stopping the runtime forgets every timer
+    ASSERT_EQ(KVL_SetTimer(record, &forgotten, 100, &forgotten.id, 0), 0);
     korva::host::detail::stopRuntimeThreads();
     korva::host::advanceClock(1000);
-    EXPECT_TRUE(r.ticks.empty());
-    EXPECT_EQ(KVL_KillTimer(r.id), -1);
+    EXPECT_TRUE(forgotten.ticks.empty());
+    EXPECT_EQ(KVL_KillTimer(forgotten.id), -1);
 }
 
 namespace {
