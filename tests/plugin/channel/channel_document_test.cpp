@@ -1,8 +1,6 @@
-// StreamingChannel documents: XML body -> gateway JSON, device JSON -> XML answer, the list
-// answer, and the round trip of a full document.
+// StreamingChannel documents: XML body -> gateway JSON, device JSON -> XML answer with the value
+// rule of each member, the round trips, the list answer and the answers built without device data.
 #include <gtest/gtest.h>
-
-#include <string>
 
 #include "gateway/testing/harness.h"
 #include "plugin/handlers/channel_cfg.h"
@@ -13,186 +11,225 @@ namespace {
 using namespace channel_test;
 using QXKORVAProtocol::CChannelCfg;
 
-std::string replaced(std::string text, const std::string& from, const std::string& to,
-                     const std::string& after = "") {
+// The full document with the first `from` after `after` replaced.
+std::string replaced(const std::string& from, const std::string& to, const std::string& after = "",
+                     std::string text = fullChannelXml()) {
     const size_t at = text.find(from, text.find(after));
     EXPECT_NE(at, std::string::npos) << "test document lacks " << from;
-    if (at != std::string::npos) text.replace(at, from.size(), to);
-    return text;
+    return at == std::string::npos ? text : text.replace(at, from.size(), to);
 }
 
-// The document without the first `element` that follows `after`.
-std::string without(const std::string& element, const std::string& after = "") {
-    return replaced(fullChannelXml(), element, "", after);
-}
-
-// The document without the element `name` and its content.
+// The full document without the element `name` and its content.
 std::string withoutBlock(const std::string& name) {
     const std::string text = fullChannelXml();
     const size_t from = text.find("<" + name + ">");
-    const size_t to = text.find("</" + name + ">") + name.size() + 3;
-    return text.substr(0, from) + text.substr(to);
+    return text.substr(0, from) + text.substr(text.find("</" + name + ">") + name.size() + 3);
 }
 
-// ---- XML body to gateway JSON --------------------------------------------------------------
-
-TEST(ChannelBodyToJson, FullDocumentCarriesEveryElement) {
+TEST(ChannelBodyToJson, FullDocumentAndRefusedBodies) {
     std::string json;
     ASSERT_EQ(0, CChannelCfg::getJsonStreamingChannel(&json, fullChannelXml()));
     EXPECT_EQ(parseJson(fullChannelJson()), parseJson(json));
     // One compact line, members sorted, a line feed at the end.
     EXPECT_EQ(json.find('\n'), json.size() - 1);
     EXPECT_EQ(0u, json.find(R"({"StreamingChannel":{"Audio":{"audioBitRate":64,)"));
-}
 
-TEST(ChannelBodyToJson, RefusesBodiesWithoutRequiredContent) {
-    const std::string full = fullChannelXml();
-    const struct {
-        const char* name;
-        std::string xml;
-    } cases[] = {
-        {"empty body", ""},
-        {"not XML", "StreamingChannel"},
-        {"other root", replaced(replaced(full, "<StreamingChannel version", "<Channel version"),
-                                "</StreamingChannel>", "</Channel>")},
-        {"id", without("<id>101</id>")},
-        {"enabled", without("<enabled>true</enabled>", "</channelName>")},
-        {"Transport", withoutBlock("Transport")},
-        {"ControlProtocolList", withoutBlock("ControlProtocolList")},
-        {"streamingTransport", without("<streamingTransport>HTTP</streamingTransport>")},
-        {"Multicast enabled", without("<enabled>false</enabled>", "<Multicast>")},
-        {"Video enabled", without("<enabled>true</enabled>", "<Video>")},
-        {"videoCodecType", without("<videoCodecType>H.265</videoCodecType>")},
-        {"videoResolutionHeight", without("<videoResolutionHeight>1080</videoResolutionHeight>")},
-        {"maxFrameRate", without("<maxFrameRate>2500</maxFrameRate>")},
-        {"SVC enabled", without("<enabled>true</enabled>", "<SVC>")},
-        {"audioCompressionType", without("<audioCompressionType>G.711ulaw</audioCompressionType>")},
-    };
-    for (const auto& c : cases) {
-        std::string json = "untouched";
-        EXPECT_EQ(9, CChannelCfg::getJsonStreamingChannel(&json, c.xml)) << c.name;
-        EXPECT_EQ("untouched", json) << c.name;
+    const std::string refused[] = {
+        "", "StreamingChannel",
+        replaced("</StreamingChannel>", "</Channel>", "",
+                 replaced("<StreamingChannel version", "<Channel version")),
+        replaced("<id>101</id>", ""), replaced("<enabled>true</enabled>", "", "</channelName>"),
+        withoutBlock("Transport"), withoutBlock("ControlProtocolList"),
+        replaced("<streamingTransport>HTTP</streamingTransport>", ""),
+        replaced("<enabled>false</enabled>", "", "<Multicast>"),
+        replaced("<enabled>true</enabled>", "", "<Video>"),
+        replaced("<videoCodecType>H.265</videoCodecType>", ""),
+        replaced("<videoResolutionHeight>1080</videoResolutionHeight>", ""),
+        replaced("<maxFrameRate>2500</maxFrameRate>", ""),
+        replaced("<enabled>true</enabled>", "", "<SVC>"),
+        replaced("<audioCompressionType>G.711ulaw</audioCompressionType>", "")};
+    for (const std::string& xml : refused) {
+        std::string out = "untouched";
+        EXPECT_EQ(9, CChannelCfg::getJsonStreamingChannel(&out, xml)) << xml;
+        EXPECT_EQ("untouched", out) << xml;
     }
 }
 
 TEST(ChannelBodyToJson, ValueRules) {
-    const std::string full = fullChannelXml();
     const struct {
-        const char* name;
         std::string xml;
-        MemberPath path;
+        MemberPath path;       // below "StreamingChannel"
         const char* expected;  // JSON text; nullptr: the member is absent
     } cases[] = {
-        {"only the exact text true is true",
-         replaced(full, ">true<", ">TRUE<", "<enableCABAC>"),
-         {"enableCABAC"},
-         "false"},
-        {"integer with trailing text",
-         replaced(full, ">1446<", ">  42abc<"),
-         {"Transport", "maxPacketSize"},
-         "42"},
-        {"integer without digits",
-         replaced(full, ">1446<", "><"),
-         {"Transport", "maxPacketSize"},
-         "0"},
-        {"negative integer",
-         replaced(full, "<ttl>16<", "<ttl>-7<"),
-         {"Transport", "Multicast", "ttl"},
-         "-7"},
-        {"integer beyond 32 bits",
-         replaced(full, "<ttl>16<", "<ttl>99999999999<"),
-         {"Transport", "Multicast", "ttl"},
+        {replaced(">true<", ">TRUE<", "<enableCABAC>"), {"enableCABAC"}, "false"},
+        {replaced(">1446<", ">  42abc<"), {"Transport", "maxPacketSize"}, "42"},
+        {replaced(">1446<", "><"), {"Transport", "maxPacketSize"}, "0"},
+        {replaced("<ttl>16<", "<ttl>-7<"), {"Transport", "Multicast", "ttl"}, "-7"},
+        {replaced("<ttl>16<", "<ttl>99999999999<"), {"Transport", "Multicast", "ttl"},
          "2147483647"},
-        {"sampling rate with decimals",
-         replaced(full, ">16<", ">16.000000<", "<audioSampling"),
-         {"Audio", "audioSamplingRate"},
-         "16"},
-        {"VoiceChanger is not read",
-         replaced(full, "</Audio>", "<VoiceChanger><enabled>true</enabled></VoiceChanger></Audio>"),
-         {"Audio", "VoiceChanger"},
-         nullptr},
-        {"no Video", withoutBlock("Video"), {"Video"}, nullptr},
-        {"no Audio", withoutBlock("Audio"), {"Audio"}, nullptr},
-        {"no SVC", withoutBlock("SVC"), {"Video", "SVC"}, nullptr},
-        {"no SmartCodec", withoutBlock("SmartCodec"), {"Video", "SmartCodec"}, nullptr},
-        {"empty protocol list",
-         replaced(withoutBlock("ControlProtocolList"), "<Unicast>",
-                  "<ControlProtocolList/><Unicast>"),
-         {"Transport", "ControlProtocolList"},
-         "[]"},
-        {"other children of the protocol list are skipped",
-         replaced(full, "<ControlProtocolList>", "<ControlProtocolList><note>x</note>"),
+        {replaced(">16<", ">16.000000<", "<audioSampling"), {"Audio", "audioSamplingRate"}, "16"},
+        {replaced("</Audio>", "<VoiceChanger><enabled>true</enabled></VoiceChanger></Audio>"),
+         {"Audio", "VoiceChanger"}, nullptr},
+        {withoutBlock("Video"), {"Video"}, nullptr},
+        {withoutBlock("Audio"), {"Audio"}, nullptr},
+        {withoutBlock("SVC"), {"Video", "SVC"}, nullptr},
+        {withoutBlock("SmartCodec"), {"Video", "SmartCodec"}, nullptr},
+        {replaced("<Unicast>", "<ControlProtocolList/><Unicast>", "",
+                  withoutBlock("ControlProtocolList")),
+         {"Transport", "ControlProtocolList"}, "[]"},
+        {replaced("<ControlProtocolList>", "<ControlProtocolList><note>x</note>"),
          {"Transport", "ControlProtocolList"},
          R"([{"ControlProtocol":{"streamingTransport":"RTSP"}},
              {"ControlProtocol":{"streamingTransport":"HTTP"}}])"},
-        {"escaped text",
-         replaced(full, "Lobby main", "A &amp; B &lt;1&gt;"),
-         {"channelName"},
-         "\"A & B <1>\""},
+        {replaced("Lobby main", "A &amp; B &lt;1&gt;"), {"channelName"}, "\"A & B <1>\""},
     };
     for (const auto& c : cases) {
         std::string json;
-        ASSERT_EQ(0, CChannelCfg::getJsonStreamingChannel(&json, c.xml)) << c.name;
-        MemberPath path = c.path;
-        path.insert(path.begin(), "StreamingChannel");
+        ASSERT_EQ(0, CChannelCfg::getJsonStreamingChannel(&json, c.xml)) << c.xml;
         Json::Value root = parseJson(json);
-        const Json::Value& container = at(root, MemberPath(path.begin(), path.end() - 1));
+        MemberPath parent = c.path;
+        parent.insert(parent.begin(), "StreamingChannel");
+        parent.pop_back();
+        const Json::Value& container = at(root, parent);
         if (c.expected == nullptr) {
-            EXPECT_FALSE(container.isMember(path.back())) << c.name;
+            EXPECT_FALSE(container.isMember(c.path.back())) << c.path.back();
         } else {
-            EXPECT_EQ(parseJson(c.expected), container.get(path.back(), "<absent>")) << c.name;
+            EXPECT_EQ(parseJson(c.expected), container.get(c.path.back(), "<absent>"))
+                << c.path.back();
         }
     }
 }
 
-// ---- Device JSON to XML answer ---------------------------------------------------------------
+constexpr const char* kFails = "<fails>";
+constexpr const char* kAbsent = "<absent>";
+constexpr const char* kPresent = "<present>";
 
-// minimalAnswer() with the member at path (below "StreamingChannel") set, or removed.
-Json::Value edited(MemberPath path, const Json::Value& value) {
-    path.insert(path.begin(), "StreamingChannel");
-    return withMember(minimalAnswer(), path, value);
-}
-
-Json::Value erased(MemberPath path) {
-    path.insert(path.begin(), "StreamingChannel");
-    return withoutMember(minimalAnswer(), path);
-}
-
-TEST(ChannelAnswerToXml, RefusesAnswersOfTheWrongShape) {
-    const MemberPath protocols = {"Transport", "ControlProtocolList"};
+// minimalAnswer() with one member, given as "Section/member" below StreamingChannel, set to a
+// JSON value ("~" removes it) and what the XML answer then holds at that element (at its
+// "enabled" or "level" child for an object value).
+TEST(ChannelAnswerToXml, ValueRules) {
     const struct {
-        const char* name;
-        Json::Value answer;
+        const char* member;
+        const char* value;
+        const char* text;
     } cases[] = {
-        {"null", Json::Value()},
-        {"array root", parseJson("[1,2]")},
-        {"string root", Json::Value("StreamingChannel")},
-        {"no StreamingChannel", parseJson(R"({"Channel":{}})")},
-        {"StreamingChannel array", parseJson(R"({"StreamingChannel":[{}]})")},
-        {"StreamingChannel number", parseJson(R"({"StreamingChannel":101})")},
-        {"id is a number", edited({"id"}, 101)},
-        {"channelName null", edited({"channelName"}, Json::Value())},
-        {"enabled is text", edited({"enabled"}, "true")},
-        {"Transport missing", erased({"Transport"})},
-        {"Transport array", edited({"Transport"}, parseJson("[]"))},
-        {"Transport string", edited({"Transport"}, "RTSP")},
-        {"ControlProtocolList missing", erased(protocols)},
-        {"ControlProtocolList object",
-         edited(protocols, parseJson(R"({"ControlProtocol":{"streamingTransport":"RTSP"}})"))},
-        {"protocol entry string", edited(protocols, parseJson(R"(["RTSP"])"))},
-        {"ControlProtocol array", edited(protocols, parseJson(R"([{"ControlProtocol":["x"]}])"))},
-        {"streamingTransport number",
-         edited(protocols, parseJson(R"([{"ControlProtocol":{"streamingTransport":554}}])"))},
-        {"Unicast null", edited({"Transport", "Unicast"}, Json::Value())},
-        {"Unicast enabled text", edited({"Transport", "Unicast", "enabled"}, "true")},
-        {"Multicast string", edited({"Transport", "Multicast"}, "239.0.0.1")},
-        {"Security number", edited({"Transport", "Security"}, 1)},
-        {"document beyond the answer buffer", edited({"channelName"}, std::string(102400, 'n'))},
+        {"id", "101", kFails}, {"channelName", "null", kFails}, {"enabled", "\"true\"", kFails},
+        {"Transport", "~", kFails}, {"Transport", "[]", kFails}, {"Transport", "\"RTSP\"", kFails},
+        {"Transport/ControlProtocolList", "~", kFails},
+        {"Transport/ControlProtocolList",
+         R"({"ControlProtocol":{"streamingTransport":"RTSP"}})", kFails},
+        {"Transport/ControlProtocolList", R"(["RTSP"])", kFails},
+        {"Transport/ControlProtocolList", R"([{"ControlProtocol":["x"]}])", kFails},
+        {"Transport/ControlProtocolList", R"([{"ControlProtocol":{"streamingTransport":554}}])",
+         kFails},
+        {"Transport/Unicast", "null", kFails}, {"Transport/Unicast/enabled", "\"true\"", kFails},
+        {"Transport/Multicast", "\"239.0.0.1\"", kFails}, {"Transport/Security", "1", kFails},
+        // smoothing is written only from 1 to 100.
+        {"Video/smoothing", "0", kAbsent}, {"Video/smoothing", "1", "1"},
+        {"Video/smoothing", "100", "100"}, {"Video/smoothing", "101", kAbsent},
+        // Optional members of the wrong type are left out.
+        {"Video/mirrorEnabled", "\"true\"", kAbsent}, {"Video/videoScanType", "1", kAbsent},
+        {"enableCABAC", "\"true\"", kAbsent}, {"subStreamRecStatus", "false", "false"},
+        {"Video/keyFrameInterval", "2147483648", kAbsent},
+        {"Video/keyFrameInterval", "-2147483648", "-2147483648"},
+        {"Video/fixedQuality", "60.0", "60"}, {"Video/fixedQuality", "60.5", kAbsent},
+        {"Video/constantBitRate", "4096", kAbsent},  // never goes back to a client
+        // Required members of Video.
+        {"Video/enabled", "\"true\"", kFails}, {"Video/videoInputChannelID", "1", kFails},
+        {"Video/videoResolutionWidth", "\"1920\"", kFails},
+        {"Video/videoResolutionHeight", "~", kFails}, {"Video/maxFrameRate", "~", kFails},
+        {"Video/maxFrameRate", "4294967295", kFails},
+        // videoCodecType: any scalar is written as its text; containers fail.
+        {"Video/videoCodecType", "5", "5"}, {"Video/videoCodecType", "null", ""},
+        {"Video/videoCodecType", R"(["H.264"])", kFails},
+        {"Video/videoCodecType", R"({"a":1})", kFails}, {"Video/videoCodecType", "~", kFails},
+        // Subsections: enabled must be a boolean; values other than objects fail.
+        {"Video/SVC", R"({"enabled":true,"SVCMode":3})", "true"},
+        {"Video/SVC", R"({"enabled":"true"})", kFails}, {"Video/SVC", "[true]", kFails},
+        {"Video/SmartCodec", "null", kFails}, {"Video", "[]", kFails}, {"Video", "\"x\"", kFails},
+        {"Video", "~", kAbsent},
+        // audioSamplingRate: any JSON number, written with six decimals.
+        {"Audio/audioSamplingRate", "16", "16.000000"},
+        {"Audio/audioSamplingRate", "44.1", "44.100000"},
+        {"Audio/audioSamplingRate", "4294967295", "4294967295.000000"},
+        {"Audio/audioSamplingRate", "\"16\"", kAbsent},
+        {"Audio/audioSamplingRate", "1e300", kPresent},
+        // VoiceChanger: enabled a boolean, level an integer from -12 to 12.
+        {"Audio/VoiceChanger", R"({"enabled":true,"level":13})", kFails},
+        {"Audio/VoiceChanger", R"({"enabled":true,"level":-12})", "-12"},
+        {"Audio/VoiceChanger", R"({"enabled":true,"level":12})", "12"},
+        {"Audio/VoiceChanger", R"({"enabled":true,"level":"3"})", kFails},
+        {"Audio/VoiceChanger", R"({"enabled":"true","level":0})", kFails},
+        {"Audio/VoiceChanger", "[]", kFails}, {"Audio/audioInputChannelID", "1", kFails},
+        {"Audio/audioCompressionType", "~", kFails}, {"Audio", "[{}]", kFails},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.member) + " = " + c.value);
+        MemberPath path = {"StreamingChannel"};
+        std::string where = "/StreamingChannel";
+        for (std::string rest = c.member;; rest.erase(0, rest.find('/') + 1)) {
+            path.push_back(rest.substr(0, rest.find('/')));
+            where += "/" + path.back();
+            if (rest.find('/') == std::string::npos) break;
+        }
+        const bool erase = std::string(c.value) == "~";
+        const Json::Value value = erase ? Json::Value() : parseJson(c.value);
+        const Json::Value answer = erase ? withoutMember(minimalAnswer(), path)
+                                         : withMember(minimalAnswer(), path, value);
         std::string xml = "untouched";
-        EXPECT_EQ(9, CChannelCfg::getXmlStreamingChannel(&xml, c.answer)) << c.name;
-        EXPECT_EQ("untouched", xml) << c.name;
+        const int result = CChannelCfg::getXmlStreamingChannel(&xml, answer);
+        if (c.text == kFails) {
+            EXPECT_EQ(9, result);
+            EXPECT_EQ("untouched", xml);
+            continue;
+        }
+        ASSERT_EQ(0, result);
+        if (value.isObject()) where += value.isMember("level") ? "/level" : "/enabled";
+        const auto text = textAt(xml, where);
+        if (c.text == kAbsent) {
+            EXPECT_FALSE(text) << where;
+        } else if (c.text == kPresent) {
+            EXPECT_TRUE(text) << where;
+        } else {
+            EXPECT_EQ(c.text, text.value_or(kAbsent)) << where;
+        }
+    }
+    for (const char* root : {"null", "[1,2]", R"("StreamingChannel")", R"({"Channel":{}})",
+                             R"({"StreamingChannel":[{}]})", R"({"StreamingChannel":101})"}) {
+        std::string xml = "untouched";
+        EXPECT_EQ(9, CChannelCfg::getXmlStreamingChannel(&xml, parseJson(root))) << root;
+        EXPECT_EQ("untouched", xml) << root;
+    }
+    std::string xml = "untouched";
+    EXPECT_EQ(9, CChannelCfg::getXmlStreamingChannel(
+                     &xml, withMember(minimalAnswer(), {"StreamingChannel", "channelName"},
+                                      std::string(102400, 'n'))))
+        << "a document beyond the answer buffer";
+    EXPECT_EQ("untouched", xml);
+}
+
+// A section writer that refuses its value appends nothing, even when the fault is found in a
+// member that comes late in the section.
+TEST(ChannelAnswerToXml, RefusedSectionLeavesTheDocumentUnchanged) {
+    const Json::Value channel = minimalAnswer()["StreamingChannel"];
+    const struct {
+        int (*write)(QXBase::CXmlBase&, const Json::Value&);
+        Json::Value value;
+    } cases[] = {
+        {&CChannelCfg::getXmlVideo, withoutMember(channel["Video"], {"maxFrameRate"})},
+        {&CChannelCfg::getXmlVideo, withMember(channel["Video"], {"SmartCodec"}, 1)},
+        {&CChannelCfg::getXmlAudio, withMember(channel["Audio"], {"VoiceChanger"},
+                                               parseJson(R"({"enabled":true,"level":99})"))},
+        {&CChannelCfg::getXmlTransport, withMember(channel["Transport"], {"Security"}, "x")},
+    };
+    for (const auto& c : cases) {
+        QXBase::CXmlBase xml;
+        xml.CreateRoot("StreamingChannel");
+        xml.AddNode("id", "101");
+        xml.OutOfElem();
+        const std::string before = xml.WriteToBuf();
+        EXPECT_EQ(9, c.write(xml, c.value)) << c.value.toStyledString();
+        EXPECT_EQ(before, xml.WriteToBuf()) << c.value.toStyledString();
     }
 }
 
@@ -207,61 +244,45 @@ XmlEntries transportOf(const std::string& xml) {
     return entries;
 }
 
-TEST(ChannelAnswerToXml, NullTransportGivesTheDefaultSection) {
+TEST(ChannelAnswerToXml, TransportValueRulesAndDefaults) {
+    const XmlEntries defaultMulticast = {{"Multicast", ""},
+                                         {"Multicast/enabled", "true"},
+                                         {"Multicast/destIPAddress", "0.0.0.0"},
+                                         {"Multicast/videoDestPortNo", "0"},
+                                         {"Multicast/audioDestPortNo", "0"}};
     std::string xml;
-    ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannel(&xml, edited({"Transport"}, Json::Value())));
-    const XmlEntries expected = {
-        {"ControlProtocolList", ""},
-        {"ControlProtocolList/ControlProtocol", ""},
-        {"ControlProtocolList/ControlProtocol/streamingTransport", "RTSP"},
-        {"Multicast", ""},
-        {"Multicast/enabled", "true"},
-        {"Multicast/destIPAddress", "0.0.0.0"},
-        {"Multicast/videoDestPortNo", "0"},
-        {"Multicast/audioDestPortNo", "0"},
-    };
-    EXPECT_EQ(expected, transportOf(xml));
-}
+    ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannel(
+                     &xml, withMember(minimalAnswer(), {"StreamingChannel", "Transport"}, {})));
+    XmlEntries expected = {{"ControlProtocolList", ""},
+                           {"ControlProtocolList/ControlProtocol", ""},
+                           {"ControlProtocolList/ControlProtocol/streamingTransport", "RTSP"}};
+    expected.insert(expected.end(), defaultMulticast.begin(), defaultMulticast.end());
+    EXPECT_EQ(expected, transportOf(xml)) << "a null Transport gives the default section";
 
-TEST(ChannelAnswerToXml, TransportValueRules) {
-    const Json::Value answer = edited({"Transport"}, parseJson(R"({
-        "maxPacketSize":1500.0, "audioPacketLength":"1500", "audioInboundPacketLength":1.5,
-        "audioInboundPortNo":5000, "videoSourcePortNo":-1, "audioSourcePortNo":2147483648,
-        "ControlProtocolList":[],
+    ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannel(
+                     &xml, withMember(minimalAnswer(), {"StreamingChannel", "Transport"},
+                                      parseJson(R"({"maxPacketSize":1500.0,
+        "audioPacketLength":"1500", "audioInboundPacketLength":1.5, "audioInboundPortNo":5000,
+        "videoSourcePortNo":-1, "audioSourcePortNo":2147483648, "ControlProtocolList":[],
         "Unicast":{"enabled":true,"interfaceID":5,"rtpTransportType":"RTP/UDP"},
-        "Security":{"enabled":false}})"));
-    std::string xml;
-    ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannel(&xml, answer));
-    const XmlEntries expected = {
-        {"maxPacketSize", "1500"},
-        {"videoSourcePortNo", "-1"},
-        {"ControlProtocolList", ""},
-        {"Unicast", ""},
-        {"Unicast/enabled", "true"},
-        {"Unicast/rtpTransportType", "RTP/UDP"},
-        // No Multicast from the device: the default one stands between Unicast and Security.
-        {"Multicast", ""},
-        {"Multicast/enabled", "true"},
-        {"Multicast/destIPAddress", "0.0.0.0"},
-        {"Multicast/videoDestPortNo", "0"},
-        {"Multicast/audioDestPortNo", "0"},
-        {"Security", ""},
-        {"Security/enabled", "false"},
-    };
+        "Security":{"enabled":false}})"))));
+    expected = {{"maxPacketSize", "1500"}, {"videoSourcePortNo", "-1"}, {"ControlProtocolList", ""},
+                {"Unicast", ""}, {"Unicast/enabled", "true"},
+                {"Unicast/rtpTransportType", "RTP/UDP"}};
+    // No Multicast from the device: the default one stands between Unicast and Security.
+    expected.insert(expected.end(), defaultMulticast.begin(), defaultMulticast.end());
+    expected.insert(expected.end(), {{"Security", ""}, {"Security/enabled", "false"}});
     EXPECT_EQ(expected, transportOf(xml));
 }
 
-// ---- Round trips -----------------------------------------------------------------------------
-
-// What comes back from the device in XML differs from what went out only where the directions
-// differ: constantBitRate and audioInboundPortNo are not written back, and the sampling rate
-// comes back with six decimals.
-TEST(ChannelRoundTrip, XmlToJsonToXmlKeepsEveryReturningField) {
+// The two directions differ only in constantBitRate and audioInboundPortNo, which are not written
+// back, VoiceChanger, which is not read, and the sampling rate, written with six decimals and
+// read as an integer.
+TEST(ChannelRoundTrip, BothDirectionsKeepEveryReturningField) {
     std::string json;
     ASSERT_EQ(0, CChannelCfg::getJsonStreamingChannel(&json, fullChannelXml()));
     std::string xml;
     ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannel(&xml, parseJson(json)));
-
     XmlEntries expected;
     for (auto entry : entriesOf(fullChannelXml())) {
         if (entry.first.ends_with("/constantBitRate") ||
@@ -274,83 +295,128 @@ TEST(ChannelRoundTrip, XmlToJsonToXmlKeepsEveryReturningField) {
     EXPECT_EQ(expected, entriesOf(xml));
     EXPECT_EQ(0u, xml.find("<StreamingChannel>")) << "answers carry no declaration";
 
-    std::string again;
-    ASSERT_EQ(0, CChannelCfg::getJsonStreamingChannel(&again, xml));
-    Json::Value reference = parseJson(fullChannelJson());
-    reference = withoutMember(reference, {"StreamingChannel", "Video", "constantBitRate"});
-    reference = withoutMember(reference, {"StreamingChannel", "Transport", "audioInboundPortNo"});
-    EXPECT_EQ(reference, parseJson(again));
-}
-
-TEST(ChannelRoundTrip, JsonToXmlToJsonKeepsEveryReturningField) {
     Json::Value answer = parseJson(fullChannelJson());
     answer = withoutMember(answer, {"StreamingChannel", "Video", "constantBitRate"});
     answer = withoutMember(answer, {"StreamingChannel", "Transport", "audioInboundPortNo"});
+    ASSERT_EQ(0, CChannelCfg::getJsonStreamingChannel(&json, xml));
+    EXPECT_EQ(answer, parseJson(json));
+
     at(answer, {"StreamingChannel", "Audio", "audioSamplingRate"}) = 44.1;
     at(answer, {"StreamingChannel", "Audio", "VoiceChanger"}) =
         parseJson(R"({"enabled":true,"level":-3})");
-
-    std::string xml;
     ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannel(&xml, answer));
     EXPECT_EQ("-3", textAt(xml, "/StreamingChannel/Audio/VoiceChanger/level"));
-    std::string json;
     ASSERT_EQ(0, CChannelCfg::getJsonStreamingChannel(&json, xml));
-
-    Json::Value expected = withoutMember(answer, {"StreamingChannel", "Audio", "VoiceChanger"});
-    at(expected, {"StreamingChannel", "Audio", "audioSamplingRate"}) = 44;
-    EXPECT_EQ(expected, parseJson(json));
+    answer = withoutMember(answer, {"StreamingChannel", "Audio", "VoiceChanger"});
+    at(answer, {"StreamingChannel", "Audio", "audioSamplingRate"}) = 44;
+    EXPECT_EQ(answer, parseJson(json));
 }
 
-// ---- The list answer -------------------------------------------------------------------------
-
-Json::Value listOf(const std::vector<Json::Value>& ids) {
-    Json::Value root;
-    Json::Value& list = root["StreamingChannelList"] = Json::Value(Json::arrayValue);
-    for (const Json::Value& id : ids) {
-        list.append(withMember(minimalAnswer(), {"StreamingChannel", "id"}, id));
-    }
-    return root;
-}
-
-std::vector<std::string> listedIds(const std::string& xml) {
-    std::vector<std::string> ids;
-    for (const auto& [path, text] : flatten(xml).value_or(XmlEntries{})) {
-        if (path == "/StreamingChannelList/StreamingChannel/id") ids.push_back(text);
-    }
-    return ids;
-}
-
-TEST(ChannelList, ListsTheFirstTwoStreamsOfEachChannel) {
+TEST(ChannelList, FirstTwoStreamsOfEachChannelUntilAFailingElement) {
+    const auto listOf = [](std::initializer_list<Json::Value> ids) {
+        Json::Value root;
+        Json::Value& list = root["StreamingChannelList"] = Json::Value(Json::arrayValue);
+        for (const Json::Value& id : ids) {
+            list.append(withMember(minimalAnswer(), {"StreamingChannel", "id"}, id));
+        }
+        return root;
+    };
+    const auto idsOf = [](const std::string& xml) {
+        std::vector<std::string> ids;
+        for (const auto& [path, text] : entriesOf(xml)) {
+            if (path == "/StreamingChannelList/StreamingChannel/id") ids.push_back(text);
+        }
+        return ids;
+    };
     std::string xml;
     ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannelList(
                      &xml, listOf({"101", "102", "103", "201", "202", "1199"})));
-    EXPECT_EQ((std::vector<std::string>{"101", "102", "201", "202"}), listedIds(xml));
+    EXPECT_EQ((std::vector<std::string>{"101", "102", "201", "202"}), idsOf(xml));
     EXPECT_EQ(0u, xml.find("<StreamingChannelList>\r\n<StreamingChannel>"));
     EXPECT_TRUE(xml.ends_with("</StreamingChannel>\n</StreamingChannelList>"));
-}
 
-TEST(ChannelList, AFailingElementEndsTheListEarly) {
     korva::testing::LogCapture log;
-    Json::Value root = listOf({"101", "102"});
-    root["StreamingChannelList"].append("201");  // not an object
-    root["StreamingChannelList"].append(listOf({"202"})["StreamingChannelList"][0]);
-    std::string xml;
-    ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannelList(&xml, root));
-    EXPECT_EQ((std::vector<std::string>{"101", "102"}), listedIds(xml));
+    Json::Value broken = listOf({"101", "102"});
+    broken["StreamingChannelList"].append("201");  // not an object
+    broken["StreamingChannelList"].append(listOf({"202"})["StreamingChannelList"][0]);
+    ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannelList(&xml, broken));
+    EXPECT_EQ((std::vector<std::string>{"101", "102"}), idsOf(xml));
     EXPECT_TRUE(log.contains("get xml streamingchannel[2] fail", 5));
-}
 
-TEST(ChannelList, EmptyAndMalformedLists) {
-    std::string xml;
     ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannelList(&xml, listOf({})));
     EXPECT_EQ("<StreamingChannelList>\r\n</StreamingChannelList>", xml);
-
-    for (const char* answer : {R"({})", R"({"StreamingChannelList":null})",
+    for (const char* answer : {"{}", R"({"StreamingChannelList":null})",
                                R"({"StreamingChannelList":{}})", R"({"StreamingChannelList":"x"})",
-                               R"([{"StreamingChannelList":[]}])", R"("StreamingChannelList")"}) {
+                               R"([{"StreamingChannelList":[]}])"}) {
         std::string out = "untouched";
         EXPECT_EQ(9, CChannelCfg::getXmlStreamingChannelList(&out, parseJson(answer))) << answer;
         EXPECT_EQ("untouched", out) << answer;
+    }
+}
+
+// The capability document is fixed: only its presence depends on the device's answer.
+TEST(ChannelCapabilities, FixedDocumentByteForByte) {
+    std::string first;
+    std::string second = "untouched";
+    ASSERT_EQ(0, CChannelCfg::covertChannelIDCapRspBody(
+                     &first, parseJson(R"({"StreamingChannel":{"Video":{"maxFrameRate":1}}})"), 0));
+    EXPECT_EQ(R"(<StreamingChannel>
+  <Video>
+    <videoCodecType opt="H.264,H.265" />
+    <videoResolutionWidth opt="1920,1280,704" />
+    <videoResolutionHeight opt="1280,720,576" />
+    <videoQualityControlType opt="CBR,VBR" />
+    <constantBitRate min="512" max="8192" />
+    <fixedQuality opt="1,20,40,60,80,100" />
+    <maxFrameRate opt="3000,2500,2200,2000,1800,1600,1500,1200,1000,800,600,5000,400,200,100,50,25,12,6" />
+    <keyFrameInterval min="1" max="400" />
+  </Video>
+</StreamingChannel>
+)",
+              first);
+    ASSERT_EQ(0, CChannelCfg::getXmlChannelCapabilities(
+                     &second, parseJson(R"({"StreamingChannel":[1,2,3],"other":true})")));
+    EXPECT_EQ(first, second);
+
+    korva::testing::LogCapture log(1);
+    for (const char* answer : {"{}", "null", "[]", R"("StreamingChannel")", R"({"Video":{}})"}) {
+        std::string xml = "untouched";
+        EXPECT_EQ(9, CChannelCfg::covertChannelIDCapRspBody(&xml, parseJson(answer), 0)) << answer;
+        EXPECT_EQ("untouched", xml) << answer;
+    }
+    EXPECT_TRUE(log.contains("/KORVA/Streaming/channels/<id>/capabilities rep={\"Video\":{}}", 2));
+    EXPECT_EQ(-1, CChannelCfg::covertChannelIDCapRspBody(&second, {}, 1)) << "PUT is not answered";
+}
+
+TEST(ChannelAudioList, OneAudioChannelPerVideoInput) {
+    const struct {
+        const char* answer;
+        int channels;  // -1: refused
+    } cases[] = {
+        {"null", 1}, {R"({"VideoInputChannelList":[{"id":"1"},{"id":"2"},{"id":"3"},{}]})", 4},
+        {R"({"VideoInputChannelList":[7]})", 1}, {R"({"VideoInputChannelList":[]})", 0},
+        {R"({"VideoInputChannelList":{"VideoInputChannel":{}}})", 0},
+        {R"({"VideoInputChannelList":null})", 0}, {"{}", -1},
+        {R"({"VideoInputChannel":[{}]})", -1}, {"[]", -1}, {"3", -1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.answer);
+        std::string xml = "untouched";
+        const int result = CChannelCfg::getXmlAudioChannelList(&xml, parseJson(c.answer));
+        if (c.channels < 0) {
+            EXPECT_EQ(9, result);
+            EXPECT_EQ("untouched", xml);
+            continue;
+        }
+        ASSERT_EQ(0, result);
+        EXPECT_EQ(0u, xml.find("<?xml version=\"1.0\" encoding=\"UTF-8\"?>"));
+        XmlEntries expected = {{"/AudioChannelList", ""}};
+        for (int id = 1; id <= c.channels; ++id) {
+            expected.push_back({"/AudioChannelList/AudioChannel", ""});
+            expected.push_back({"/AudioChannelList/AudioChannel/id", std::to_string(id)});
+            expected.push_back({"/AudioChannelList/AudioChannel/enabled", "true"});
+        }
+        EXPECT_EQ(expected, entriesOf(xml));
     }
 }
 

@@ -1,9 +1,9 @@
 // Routes of the streaming channel handler: which requests it takes, the gateway request each
-// becomes, and which answers it claims.
+// becomes, which answers it claims, and the round trip through the relay to a scripted device.
 #include <gtest/gtest.h>
+#include <json/writer.h>
 
 #include <climits>
-#include <string>
 
 #include "gateway/testing/harness.h"
 #include "plugin/handlers/channel_cfg.h"
@@ -12,68 +12,17 @@
 namespace {
 
 using namespace channel_test;
+using korva::testing::HostFixture;
 using korva::testing::TestRequest;
 using QXKORVAProtocol::CChannelCfg;
 
-constexpr unsigned char kGet = 0;
-constexpr unsigned char kPut = 1;
-constexpr unsigned char kPost = 2;
-constexpr unsigned char kDelete = 3;
+constexpr unsigned char kGet = 0, kPut = 1, kPost = 2, kDelete = 3;
 
-TEST(ChannelRoutes, MatchUrl) {
-    const struct {
-        const char* url;
-        unsigned char method;
-        bool taken;
-    } cases[] = {
-        {"/KORVA/Streaming/channels/1", kGet, true},
-        {"/KORVA/Streaming/channels/101", kPut, true},
-        {"/Streaming/channels/1", kGet, true},
-        {"/Streaming/channels/102", kPut, true},
-        {"/KORVA/Streaming/channels/101?format=xml", kGet, true},
-        {"/KORVA/Streaming/channels/101", kPost, false},
-        {"/KORVA/Streaming/channels/101", kDelete, false},
-        {"/KORVA/Streaming/channels", kGet, true},
-        {"/KORVA/Streaming/channels", kPut, false},
-        {"/KORVA/Streaming/channels/1/capabilities", kGet, true},
-        {"/KORVA/Streaming/channels/101/capabilities", kPut, false},
-        {"/Streaming/channels/1/capabilities", kGet, false},
-        {"/KORVA/System/Audio/channels", kGet, true},
-        {"/KORVA/System/Audio/channels", kPut, false},
-        {"/KORVA/Streaming/channels/", kGet, false},
-        {"/KORVA/Streaming/channels/abc", kGet, false},
-        {"/KORVA/Streaming/channels/1/", kGet, false},
-        {"/KORVA/System/deviceInfo", kGet, false},
-        {"/KORVA/Event/notification/alertStream", kGet, false},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.taken ? 0 : -1, CChannelCfg().matchURL(c.url, c.method))
-            << c.url << " method " << int(c.method);
-    }
-}
-
-TEST(ChannelRoutes, TranslateChannelNumber) {
-    const struct {
-        int channel;
-        int id;
-    } cases[] = {
-        {1, 101},           {2, 201},
-        {100, 10001},       {101, 101},
-        {102, 102},         {0, 1},
-        {-1, -99},          {99, 9901},
-        {INT_MAX, INT_MAX}, {-21474836, -2147483599},
-        {INT_MIN, INT_MIN},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.id, CChannelCfg::translateChannelNumber(c.channel)) << c.channel;
-    }
-}
-
-TEST(ChannelRoutes, GatewayRequests) {
+TEST(ChannelRoutes, TakenRequestsAndTheirGatewayUrl) {
     const struct {
         unsigned char method;
         const char* url;
-        const char* jsonUrl;
+        const char* jsonUrl;  // nullptr: not this handler's request
     } cases[] = {
         {kGet, "/KORVA/Streaming/channels/1", "/KORVA/Streaming/channels/101"},
         {kGet, "/Streaming/channels/1", "/KORVA/Streaming/channels/101"},
@@ -82,55 +31,59 @@ TEST(ChannelRoutes, GatewayRequests) {
         {kGet, "/KORVA/Streaming/channels/2?devIndex=other", "/KORVA/Streaming/channels/201"},
         {kGet, "/KORVA/Streaming/channels/1/capabilities",
          "/KORVA/Streaming/channels/1/capabilities"},
-        {kGet, "/KORVA/Streaming/channels/101/capabilities",
-         "/KORVA/Streaming/channels/101/capabilities"},
         {kGet, "/KORVA/Streaming/channels", "/KORVA/Streaming/channels"},
         {kGet, "/KORVA/System/Audio/channels", "/KORVA/System/Video/inputs/channels"},
+        {kPost, "/KORVA/Streaming/channels/101", nullptr},
+        {kDelete, "/KORVA/Streaming/channels/101", nullptr},
+        {kPut, "/KORVA/Streaming/channels", nullptr},
+        {kPut, "/KORVA/Streaming/channels/101/capabilities", nullptr},
+        {kGet, "/Streaming/channels/1/capabilities", nullptr},
+        {kDelete, "/KORVA/System/Audio/channels", nullptr},
+        {kGet, "/KORVA/Streaming/channels/", nullptr},
+        {kGet, "/KORVA/Streaming/channels/abc", nullptr},
+        {kGet, "/KORVA/Streaming/channels/1/", nullptr},
+        {kGet, "/KORVA/System/deviceInfo", nullptr},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.url) + " method " + std::to_string(c.method));
+        EXPECT_EQ(c.jsonUrl ? 0 : -1, CChannelCfg().matchURL(c.url, c.method));
         TestRequest request(c.method, c.url);
         std::string jsonUrl;
         std::string jsonBody = "stale";
-        ASSERT_EQ(0, CChannelCfg().covertUrlandBody(&jsonUrl, &jsonBody, request.holder(), "cam-7"))
-            << c.url;
-        EXPECT_EQ(std::string(c.jsonUrl) + "?format=json&devIndex=cam-7", jsonUrl) << c.url;
-        EXPECT_EQ("", jsonBody) << c.url;
+        const int result =
+            CChannelCfg().covertUrlandBody(&jsonUrl, &jsonBody, request.holder(), "cam-7");
+        if (c.jsonUrl == nullptr) {
+            EXPECT_EQ(-1, result);
+            continue;
+        }
+        ASSERT_EQ(0, result);
+        EXPECT_EQ(std::string(c.jsonUrl) + "?format=json&devIndex=cam-7", jsonUrl);
+        EXPECT_EQ("", jsonBody);
     }
-}
-
-TEST(ChannelRoutes, PutCarriesTheConvertedBody) {
-    TestRequest request(kPut, "/Streaming/channels/1", fullChannelXml());
-    std::string jsonUrl;
-    std::string jsonBody;
-    ASSERT_EQ(0, CChannelCfg().covertUrlandBody(&jsonUrl, &jsonBody, request.holder(), "dev"));
-    EXPECT_EQ("/KORVA/Streaming/channels/101?format=json&devIndex=dev", jsonUrl);
-    EXPECT_EQ(parseJson(fullChannelJson()), parseJson(jsonBody));
+    EXPECT_EQ(0, CChannelCfg().matchURL("/Streaming/channels/102", kPut));
+    // Channel numbers at the ends of the integer range do not overflow into other channels.
+    const int numbers[][2] = {{0, 1}, {-1, -99}, {99, 9901}, {INT_MAX, INT_MAX},
+                              {-21474836, -2147483599}, {INT_MIN, INT_MIN}};
+    for (const auto& [channel, id] : numbers) {
+        EXPECT_EQ(id, CChannelCfg::translateChannelNumber(channel)) << channel;
+    }
 }
 
 TEST(ChannelRoutes, RequestsThatCannotBeRelayed) {
     const std::string longDevice(3000, 'd');
     const struct {
-        const char* name;
         unsigned char method;
         const char* url;
-        const char* body;
+        const char* body;  // nullptr: the request has no body at all
         std::string devIndex;
-        int result;
     } cases[] = {
-        {"PUT without body", kPut, "/KORVA/Streaming/channels/101", nullptr, "dev", 9},
-        {"PUT with other document", kPut, "/KORVA/Streaming/channels/101", "<Video/>", "dev", 9},
-        {"PUT of broken XML", kPut, "/KORVA/Streaming/channels/101", "<StreamingChannel>", "dev",
-         9},
-        {"device index too long", kGet, "/KORVA/Streaming/channels/1", nullptr, longDevice, 9},
-        {"device index too long, list", kGet, "/KORVA/Streaming/channels", nullptr, longDevice, 9},
-        {"device index too long, audio", kGet, "/KORVA/System/Audio/channels", nullptr, longDevice,
-         9},
-        {"device index too long, capabilities", kGet, "/KORVA/Streaming/channels/1/capabilities",
-         nullptr, longDevice, 9},
-        {"POST", kPost, "/KORVA/Streaming/channels/101", nullptr, "dev", -1},
-        {"PUT on list", kPut, "/KORVA/Streaming/channels", nullptr, "dev", -1},
-        {"DELETE on audio", kDelete, "/KORVA/System/Audio/channels", nullptr, "dev", -1},
-        {"other resource", kGet, "/KORVA/System/deviceInfo", nullptr, "dev", -1},
+        {kPut, "/KORVA/Streaming/channels/101", nullptr, "dev"},
+        {kPut, "/KORVA/Streaming/channels/101", "<Video/>", "dev"},
+        {kPut, "/KORVA/Streaming/channels/101", "<StreamingChannel>", "dev"},
+        {kGet, "/KORVA/Streaming/channels/1", nullptr, longDevice},
+        {kGet, "/KORVA/Streaming/channels", nullptr, longDevice},
+        {kGet, "/KORVA/System/Audio/channels", nullptr, longDevice},
+        {kGet, "/KORVA/Streaming/channels/1/capabilities", nullptr, longDevice},
     };
     for (const auto& c : cases) {
         TestRequest request(c.method, c.url, c.body ? c.body : "");
@@ -138,10 +91,10 @@ TEST(ChannelRoutes, RequestsThatCannotBeRelayed) {
         if (c.body == nullptr) holder.body = nullptr;
         std::string jsonUrl;
         std::string jsonBody;
-        EXPECT_EQ(c.result, CChannelCfg().covertUrlandBody(&jsonUrl, &jsonBody, holder, c.devIndex))
-            << c.name;
-        if (c.result == 9 && c.method == kGet) {
-            EXPECT_EQ("", jsonUrl) << c.name;
+        EXPECT_EQ(9, CChannelCfg().covertUrlandBody(&jsonUrl, &jsonBody, holder, c.devIndex))
+            << c.url << " " << (c.body ? c.body : "(no body)");
+        if (c.method == kGet) {
+            EXPECT_EQ("", jsonUrl) << "a device index is never cut";
         }
     }
 }
@@ -149,7 +102,6 @@ TEST(ChannelRoutes, RequestsThatCannotBeRelayed) {
 TEST(ChannelRoutes, AnswersClaimedByRoute) {
     const Json::Value channel = minimalAnswer();
     const Json::Value empty(Json::objectValue);
-    // Enough for the capability answer, not for a channel conversion.
     const Json::Value capabilitiesOnly = parseJson(R"({"StreamingChannel":{}})");
     const struct {
         const char* url;
@@ -167,29 +119,93 @@ TEST(ChannelRoutes, AnswersClaimedByRoute) {
         {"/KORVA/Streaming/channels/101/capabilities", kGet, empty, 9},
         {"/KORVA/System/Audio/channels", kGet, empty, 9},
         {"/KORVA/System/Audio/channels", kDelete, empty, -1},
-        {"/KORVA/System/deviceInfo", kGet, channel, -1},
         {"/KORVA/System/Video/inputs/channels", kGet, empty, -1},
     };
     for (const auto& c : cases) {
         std::string xml = "untouched";
-        EXPECT_EQ(c.result, CChannelCfg().covertRsp(&xml, c.answer, c.url, c.method))
-            << c.url << " method " << c.method;
+        EXPECT_EQ(c.result, CChannelCfg().covertRsp(&xml, c.answer, c.url, c.method)) << c.url;
         if (c.result != 0) {
             EXPECT_EQ("untouched", xml) << c.url;
         }
     }
+    // A PUT is answered OK whatever the device sent.
+    std::string xml;
+    ASSERT_EQ(0, CChannelCfg().covertRsp(&xml, parseJson(R"({"StreamingChannel":42})"),
+                                         "/KORVA/Streaming/channels/101", kPut));
+    EXPECT_EQ((XmlEntries{{"/ResponseStatus", ""},
+                          {"/ResponseStatus/requestURL", "/KORVA/Streaming/channels/101"},
+                          {"/ResponseStatus/statusCode", "1"},
+                          {"/ResponseStatus/statusString", "OK"},
+                          {"/ResponseStatus/subStatusCode", "ok"}}),
+              entriesOf(xml));
 }
 
-TEST(ChannelRoutes, PutAnswerIsOkWhateverTheDeviceSent) {
-    for (const char* answer : {"null", R"({"StreamingChannel":42})"}) {
-        std::string xml;
-        ASSERT_EQ(0, CChannelCfg().covertRsp(&xml, parseJson(answer),
-                                             "/KORVA/Streaming/channels/101", kPut))
-            << answer;
-        EXPECT_EQ("/KORVA/Streaming/channels/101", textAt(xml, "/ResponseStatus/requestURL"));
-        EXPECT_EQ("1", textAt(xml, "/ResponseStatus/statusCode"));
-        EXPECT_EQ("OK", textAt(xml, "/ResponseStatus/statusString"));
-        EXPECT_EQ("ok", textAt(xml, "/ResponseStatus/subStatusCode"));
+TEST(ChannelRelay, RequestToDeviceAndAnswerToClient) {
+    std::string noFrameRate = fullChannelXml();
+    noFrameRate.erase(noFrameRate.find("<maxFrameRate>"), 33);
+    Json::Value list;
+    list["StreamingChannelList"].append(minimalAnswer());
+    const std::string channel = Json::FastWriter().write(minimalAnswer());
+    const std::string listed = Json::FastWriter().write(list);
+    const struct {
+        unsigned char method;
+        const char* url;
+        std::string body;
+        std::string deviceAnswer;
+        const char* relayedPath;  // nullptr: the device must not be asked
+        int status;
+        const char* element;
+        const char* text;
+    } cases[] = {
+        {kGet, "/KORVA/Streaming/channels/1", "", channel, "/KORVA/Streaming/channels/101", 200,
+         "/StreamingChannel/Transport/ControlProtocolList/ControlProtocol/streamingTransport",
+         "RTSP"},
+        {kPut, "/Streaming/channels/102", fullChannelXml(), "{}", "/KORVA/Streaming/channels/102",
+         200, "/ResponseStatus/subStatusCode", "ok"},
+        {kPut, "/KORVA/Streaming/channels/101", noFrameRate, "{}", nullptr, 500,
+         "/ResponseStatus/subStatusCode", "internalError"},
+        {kGet, "/KORVA/Streaming/channels/101", "", R"({"StreamingChannel":{"id":101}})",
+         "/KORVA/Streaming/channels/101", 500, "/ResponseStatus/subStatusCode", "internalError"},
+        {kGet, "/KORVA/Streaming/channels", "", listed, "/KORVA/Streaming/channels", 200,
+         "/StreamingChannelList/StreamingChannel/id", "101"},
+        {kGet, "/KORVA/Streaming/channels/1/capabilities", "", R"({"StreamingChannel":{}})",
+         "/KORVA/Streaming/channels/1/capabilities", 200,
+         "/StreamingChannel/Video/keyFrameInterval", ""},
+        {kGet, "/KORVA/System/Audio/channels", "", R"({"VideoInputChannelList":[{},{}]})",
+         "/KORVA/System/Video/inputs/channels", 200, "/AudioChannelList/AudioChannel/id", "1"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.url);
+        HostFixture host;
+        host.device()->setDefaultAnswer(c.deviceAnswer);
+        TestRequest request = HostFixture::authorizedRequest(c.method, c.url, c.body);
+        int handled = 0;
+        int asyncReply = 0;
+        std::string response = "untouched";
+        const int status = CChannelCfg().proc(&handled, &response, &asyncReply, request.holder());
+        if (c.relayedPath == nullptr) {
+            EXPECT_EQ(c.status, status);
+            EXPECT_EQ(0, asyncReply);
+            EXPECT_EQ(c.text, textAt(response, c.element));
+            EXPECT_TRUE(host.device()->requests().empty());
+            continue;
+        }
+        EXPECT_EQ(200, status);
+        EXPECT_EQ(1, asyncReply);
+        EXPECT_EQ("untouched", response);
+        ASSERT_TRUE(request.exchange().waitForResponds(1));
+        const auto relayed = host.device()->requests();
+        ASSERT_EQ(1u, relayed.size());
+        EXPECT_EQ(c.method, relayed[0].method);
+        EXPECT_EQ(std::string(c.relayedPath) + "?format=json&devIndex=dev-1", relayed[0].url);
+        if (c.method == kPut) {
+            EXPECT_EQ(parseJson(fullChannelJson()), parseJson(relayed[0].body));
+        } else {
+            EXPECT_EQ("", relayed[0].body);
+        }
+        EXPECT_EQ(c.status, request.exchange().status());
+        EXPECT_EQ("application/xml", request.exchange().answerHeader("Content-Type"));
+        EXPECT_EQ(c.text, textAt(request.exchange().written(), c.element));
     }
 }
 

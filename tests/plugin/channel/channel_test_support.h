@@ -86,14 +86,6 @@ inline std::optional<std::string> textAt(const std::string& xmlText, const std::
     return std::nullopt;
 }
 
-inline size_t countOf(const std::string& xmlText, const std::string& path) {
-    size_t count = 0;
-    for (const auto& entry : flatten(xmlText).value_or(XmlEntries{})) {
-        if (entry.first == path) ++count;
-    }
-    return count;
-}
-
 // A StreamingChannel document that carries every element, in document order.
 inline const char* fullChannelXml() {
     return R"(<?xml version="1.0" encoding="UTF-8"?>

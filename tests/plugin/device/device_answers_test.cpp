@@ -60,16 +60,12 @@ const AnswerCase kCases[] = {
      "VideoInputChannel{id=7,inputPort=}}"},
     {kMaintain, GET, "/KORVA/System/Video/inputs/channels", R"({"VideoInputChannelList":{"a":1}})",
      0, "VideoInputChannelList="},
-    {kMaintain, GET, "/KORVA/System/Video/inputs/channels", R"({"VideoInputChannelList":[]})", 0,
-     "VideoInputChannelList="},
     // Smart capabilities: the fixed key order, whatever the device's; booleans only.
     {kEvent, GET, "/KORVA/Smart/capabilities",
      R"({"SmartCap":{"isSupportLFPD":true,"extra":"x","isSupportHFPD":false,"isSupportROI":false}})",
      0, "SmartCap{isSupportROI=false,isSupportHFPD=false,isSupportLFPD=true}"},
     {kEvent, GET, "/KORVA/Smart/capabilities", R"({"SmartCap":{"isSupportROI":"true"}})", 9, ""},
-    {kEvent, GET, "/KORVA/Smart/capabilities", R"({"SmartCap":{"isSupportGroup":null}})", 9, ""},
     {kEvent, GET, "/KORVA/Smart/capabilities/SmartCap", R"({"SmartCap":[]})", 9, ""},
-    {kEvent, GET, "/KORVA/Smart/capabilities", R"({})", 9, ""},
     // I/O ports.
     {kEvent, GET, "/KORVA/System/IO",
      R"({"IOPortList":{"IOOutputPortList":[{"IOOutputPort":{"id":2,"enable":true,"name":"Siren",
@@ -84,11 +80,9 @@ const AnswerCase kCases[] = {
      R"({"IOPortList":{"IOInputPortList":{},"IOOutputPortList":[]}})", 0,
      "IOPortList{IOInputPortList=,IOOutputPortList=}"},
     {kEvent, GET, "/KORVA/System/IO", ioPort(R"({"id":1})"), 9, ""},
-    {kEvent, GET, "/KORVA/System/IO", ioPort(R"({"id":"1","enable":true})"), 9, ""},
     {kEvent, GET, "/KORVA/System/IO", ioPort(R"({"id":2147483648,"enable":true})"), 9, ""},
     {kEvent, GET, "/KORVA/System/IO", ioPort(R"({"id":1.5,"enable":true})"), 9, ""},
     {kEvent, GET, "/KORVA/System/IO", ioPort(R"({"id":1,"enable":true,"triggering":0})"), 9, ""},
-    {kEvent, GET, "/KORVA/System/IO", ioPort(R"("port")"), 9, ""},
     {kEvent, GET, "/KORVA/System/IO", R"({"IOPortList":"x"})", 9, ""},
     {kEvent, PUT, "/KORVA/System/IO/outputs/2/trigger", "{}", 0,
      ok("/KORVA/System/IO/outputs/2/trigger")},
@@ -108,29 +102,18 @@ const AnswerCase kCases[] = {
      kPtzHead + ",controlAddress{enabled=true}}}"},
     {kPtz, GET, "/KORVA/PTZCtrl/channels", R"({"PTZChannelList":{"PTZChannel":{}}})", 0,
      "PTZChannelList="},
-    {kPtz, GET, "/KORVA/PTZCtrl/channels", R"({"PTZChannelList":null})", 0, "PTZChannelList="},
-    {kPtz, GET, "/KORVA/PTZCtrl/channels",
-     R"({"PTZChannelList":[{"PTZChannel":{"id":1,"enabled":true,
-         "serialNumber":"2","videoInputID":1}}]})",
-     9, ""},
     {kPtz, GET, "/KORVA/PTZCtrl/channels", ptzChannel(R"(,"panMaxSpeed":1.5)"), 9, ""},
-    {kPtz, GET, "/KORVA/PTZCtrl/channels", ptzChannel(R"(,"controlAddress":"0")"), 9, ""},
     {kPtz, GET, "/KORVA/PTZCtrl/channels", ptzChannel(R"(,"controlAddress":{"Address":"1"})"), 9,
      ""},
     {kPtz, GET, "/KORVA/PTZCtrl/channels",
      ptzChannel(
          R"(,"PTZRs485Para":{"baudRate":9600,"dataBits":8,"parityType":"n","stopBits":"1"})"),
      9, ""},
-    {kPtz, GET, "/KORVA/PTZCtrl/channels", R"({"PTZChannelList":[{"PTZChannel":"x"}]})", 9, ""},
     {kPtz, GET, "/KORVA/PTZCtrl/channels", R"({})", 9, ""},
     {kPtz, PUT, "/KORVA/PTZCtrl/channels/1/continuous", "{}", 0,
      ok("/KORVA/PTZCtrl/channels/1/continuous")},
-    {kPtz, PUT, "/KORVA/PTZCtrl/channels/1/presets/2/goto", "{}", 0,
-     ok("/KORVA/PTZCtrl/channels/1/presets/2/goto")},
     {kPtz, DEL, "/KORVA/PTZCtrl/channels/1/presets/2", "[]", 0,
      ok("/KORVA/PTZCtrl/channels/1/presets/2")},
-    {kPtz, PUT, "/KORVA/PTZCtrl/channels/1/homeposition/goto", "{}", 0,
-     ok("/KORVA/PTZCtrl/channels/1/homeposition/goto")},
     {kImage, GET, "/KORVA/Image/channels/7/capabilities", R"({"StreamingChannel":{"id":"701"}})", 0,
      "ImageChannel="},
 };
@@ -145,8 +128,7 @@ TEST(DeviceAnswers, ConvertedDocumentsAndFailures) {
             continue;
         }
         EXPECT_EQ(c.tree, tree(xml));
-        const bool declared = c.tree.rfind("ResponseStatus", 0) != 0;
-        if (declared) {
+        if (!c.tree.starts_with("ResponseStatus")) {
             EXPECT_EQ(0u, xml.rfind(kDeclaration, 0));
         }
     }
@@ -162,27 +144,19 @@ TEST(DeviceAnswers, FailuresOfDeviceInformationAndVideoInputsAreLogged) {
         int level;
     } cases[] = {
         {"/KORVA/System/deviceInfo", R"({"DeviceInfo":"text"})", "covertDevinfoRsp fail 1.", 5},
-        {"/KORVA/System/deviceInfo", "{}", "covertDevinfoRsp fail 1.", 5},
         {"/KORVA/System/deviceInfo", R"({"DeviceInfo":{"deviceName":5,)" + info + "}}",
          "covertDevinfoRsp fail 2.", 5},
         {"/KORVA/System/deviceInfo", R"({"DeviceInfo":{"deviceName":"n"}})",
          "covertDevinfoRsp fail 3.", 5},
         {"/KORVA/System/deviceInfo",
-         R"({"DeviceInfo":{"deviceName":"n","deviceID":"1","serialNumber":2}})",
-         "covertDevinfoRsp fail 5.", 5},
-        {"/KORVA/System/deviceInfo",
          R"({"DeviceInfo":{"deviceName":"n","deviceID":"1","serialNumber":"S","macAddress":"M",)"
          R"("firmwareVersion":"F","deviceType":[]}})",
          "covertDevinfoRsp fail 9.", 5},
-        {"/KORVA/System/Video/inputs/channels", "{}", "covertVideoChannelRsp fail 1.", 5},
         {"/KORVA/System/Video/inputs/channels", R"({"VideoInputChannelList":[5]})",
          "covertVideoChannelRsp fail 3.", 5},
         {"/KORVA/System/Video/inputs/channels",
          R"({"VideoInputChannelList":[{"VideoInputChannel":{"id":1,"inputPort":"1"}}]})",
          "covertVideoChannelRsp fail 4.", 5},
-        {"/KORVA/System/Video/inputs/channels",
-         R"({"VideoInputChannelList":[{"VideoInputChannel":{"id":"1"}}]})",
-         "covertVideoChannelRsp fail 5.", 5},
         {"/KORVA/System/Video/inputs/channels", R"({"VideoInputChannelList":0})",
          "covertVideoChannelRsp fail 2 and return null list.", 4},
     };
@@ -225,16 +199,10 @@ TEST(DeviceAnswers, FixedDocumentsByteForByteWhateverTheDeviceSays) {
 }
 
 TEST(DeviceAnswers, AdminAccessesComeFromTheNetworkConfiguration) {
-    QXConfigMgr::NetworkPorts local;
-    local.httpPort = 8000;
-    local.rtspPort = 10554;
-    local.httpsPort = 65535;
-    QXConfigMgr::NetworkPorts mapped;
-    mapped.portMapping = true;
-    mapped.httpsEnabled = false;
-    mapped.extHttpPort = 18080;
-    mapped.extRtspPort = 18554;
-    mapped.extHttpsPort = 18443;
+    QXConfigMgr::NetworkPorts local, mapped;
+    local.httpPort = 8000, local.rtspPort = 10554, local.httpsPort = 65535;
+    mapped.portMapping = true, mapped.httpsEnabled = false;
+    mapped.extHttpPort = 18080, mapped.extRtspPort = 18554, mapped.extHttpsPort = 18443;
     auto expected = [](const char* http, const char* rtsp, const char* https, const char* port) {
         const std::string a = "AdminAccessProtocol{id=";
         return "AdminAccessProtocolList{" + a + "1,enabled=true,protocol=HTTP,portNo=" + http +

@@ -1,13 +1,12 @@
-// Bounded random testing: random and mutated device answers for every answer conversion, and
-// random and damaged XML bodies for every request conversion. Nothing may throw, and every
+// Bounded random testing: random and mutated device answers into every covertRsp, random and
+// damaged XML bodies into every covertUrlandBody. Nothing may throw, and every
 // result must be one the relay knows how to answer.
 #include <gtest/gtest.h>
 #include <json/reader.h>
 
-#include <random>
-
 #include "gateway/testing/harness.h"
 #include "tests/plugin/device/device_test_support.h"
+#include "tests/plugin/fuzz_support.h"
 
 namespace korva::device_tests {
 namespace {
@@ -42,155 +41,30 @@ const struct {
          "metadataMatches":{"metadataDescriptor":"m"}}}]}})"},
 };
 
-const char* const kKeys[] = {"DeviceInfo",
-                             "deviceName",
-                             "VideoInputChannelList",
-                             "VideoInputChannel",
-                             "id",
-                             "inputPort",
-                             "name",
-                             "SmartCap",
-                             "isSupportROI",
-                             "IOPortList",
-                             "IOInputPortList",
-                             "IOInputPort",
-                             "enable",
-                             "PTZChannelList",
-                             "PTZChannel",
-                             "enabled",
-                             "controlAddress",
-                             "PTZRs485Para",
-                             "CMSearchResult",
-                             "numOfMatches",
-                             "matchList",
-                             "searchMatchItem",
-                             "sourceID",
-                             "trackID",
-                             "timeSpan",
-                             "startTime",
-                             "mediaSegmentDescriptor",
-                             "playbackURI",
-                             "metadataMatches",
-                             "metadataDescriptor"};
-
-const char* const kTexts[] = {
-    "",         "true",
-    "high",     "a&amp;b",
-    "\xC3\xA9", "rtsp://h/dac/camera=6f1d2c3b-aaaa-bbbb-cccc-0123456789ab99999999999/SUB1/x?y"};
-
-class Random {
-  public:
-    explicit Random(uint32_t seed) : m_rng(seed) {}
-    size_t below(size_t n) { return std::uniform_int_distribution<size_t>(0, n - 1)(m_rng); }
-    template <typename T, size_t N>
-    const T& pick(const T (&items)[N]) {
-        return items[below(N)];
-    }
-
-    Json::Value value(int depth) {
-        const double reals[] = {3.0, -0.5, 1e300, 2147483647.5};
-        switch (below(depth > 0 ? 10 : 7)) {
-            case 0:
-                return Json::Value();
-            case 1:
-                return Json::Value(below(2) == 0);
-            case 2:
-                return Json::Value(static_cast<int>(below(2000)) - 1000);
-            case 3:
-                return Json::Value(Json::UInt64(1) << (31 + below(33)));
-            case 4:
-                return Json::Value(pick(reals));
-            case 5:
-                return Json::Value(pick(kTexts));
-            case 6:
-                return Json::Value(pick(kKeys));
-            case 7: {
-                Json::Value array(Json::arrayValue);
-                for (size_t i = below(4); i > 0; --i) array.append(value(depth - 1));
-                return array;
-            }
-            default: {
-                Json::Value object(Json::objectValue);
-                for (size_t i = below(5); i > 0; --i) object[pick(kKeys)] = value(depth - 1);
-                return object;
-            }
-        }
-    }
-
-    // Replaces one node of root (possibly root itself) by a random value, or removes a member.
-    void mutate(Json::Value& root) {
-        std::vector<Json::Value*> nodes;
-        collect(root, nodes);
-        Json::Value* node = nodes[below(nodes.size())];
-        if (node->isObject() && !node->empty() && below(3) == 0) {
-            const auto names = node->getMemberNames();
-            node->removeMember(names[below(names.size())]);
-        } else {
-            *node = value(2);
-        }
-    }
-
-    std::string xmlElement(int depth) {
-        static const char* const names[] = {"IOPortData",   "outputState",  "PTZData",
-                                            "pan",          "PTZPreset",    "enabled",
-                                            "id",           "presetName",   "CMSearchDescription",
-                                            "searchID",     "trackIDList",  "trackID",
-                                            "timeSpanList", "timeSpan",     "startTime",
-                                            "maxResults",   "metadataList", "x"};
-        static const char* const texts[] = {"",   "high",    "low",     "false", "-2147483649",
-                                            " 7", "a&amp;b", "\xC3\xA9"};
-        const std::string name = pick(names);
-        std::string xml = "<" + name + ">";
-        if (depth > 0 && below(2) == 0) {
-            for (size_t i = below(5); i > 0; --i) xml += xmlElement(depth - 1);
-        } else {
-            xml += pick(texts);
-        }
-        return xml + "</" + name + ">";
-    }
-
-    // A random document, sometimes cut, with an inserted markup character or with noise.
-    std::string xmlBody() {
-        std::string body = xmlElement(3);
-        switch (below(4)) {
-            case 0:
-                body.resize(below(body.size() + 1));
-                break;
-            case 1:
-                body.insert(below(body.size() + 1), 1, "<>&\"'x"[below(6)]);
-                break;
-            case 2:
-                for (char& c : body) c = below(16) == 0 ? static_cast<char>(below(256)) : c;
-                break;
-            default:
-                break;
-        }
-        return body;
-    }
-
-  private:
-    static void collect(Json::Value& value, std::vector<Json::Value*>& nodes) {
-        nodes.push_back(&value);
-        if (value.isObject()) {
-            for (const std::string& name : value.getMemberNames()) collect(value[name], nodes);
-        } else if (value.isArray()) {
-            for (Json::ArrayIndex i = 0; i < value.size(); ++i) collect(value[i], nodes);
-        }
-    }
-
-    std::mt19937 m_rng;
-};
+korva::fuzz::Generator generator(unsigned seed) {
+    return {seed,
+            {"DeviceInfo", "deviceName", "VideoInputChannelList", "VideoInputChannel", "id",
+             "inputPort", "name", "SmartCap", "isSupportROI", "IOPortList", "IOInputPortList",
+             "IOInputPort", "enable", "PTZChannelList", "PTZChannel", "enabled", "controlAddress",
+             "PTZRs485Para", "CMSearchResult", "numOfMatches", "matchList", "searchMatchItem",
+             "sourceID", "trackID", "timeSpan", "startTime", "mediaSegmentDescriptor",
+             "playbackURI", "metadataMatches", "metadataDescriptor", "IOPortData", "outputState",
+             "PTZData", "pan", "PTZPreset", "presetName", "CMSearchDescription", "searchID",
+             "trackIDList", "timeSpanList", "maxResults", "metadataList"},
+            {"", "true", "high", "low", "-2147483649", " 7", "a&amp;b", "\xC3\xA9",
+             "rtsp://h/dac/camera=6f1d2c3b-aaaa-bbbb-cccc-0123456789ab99999999999/SUB1/x?y"}};
+}
 
 TEST(DeviceFuzz, RandomAndMutatedAnswersConvertOrFailCleanly) {
     korva::testing::LogCapture quiet;
-    Random random(20240611);
+    auto random = generator(20240611);
     int outcomes[2] = {0, 0};
     for (int iteration = 0; iteration < 1500; ++iteration) {
         for (const auto& route : kRoutes) {
             Json::Value root = json(route.sample);
             if (iteration % 3 == 0) root = random.value(4);
             for (size_t n = iteration % 3 == 0 ? 0 : 1 + random.below(3); n > 0; --n) {
-                random.mutate(root);
+                random.mutate(&root);
             }
             std::string xml;
             int result = -2;
@@ -220,10 +94,12 @@ TEST(DeviceFuzz, RandomRequestBodiesConvertOrAreRefused) {
         {kImage, GET, "/KORVA/Image/channels/1/capabilities"},
     };
     korva::testing::LogCapture quiet;
-    Random random(77);
+    auto random = generator(77);
     int relayed = 0;
     for (int iteration = 0; iteration < 600; ++iteration) {
-        const std::string body = random.xmlBody();
+        // A random tree, sometimes damaged.
+        std::string body = random.element(3);
+        if (iteration % 2 == 0) body = random.damage(body);
         for (const auto& route : routes) {
             Relayed out;
             ASSERT_NO_THROW(out = convertRequest(route.owner, route.method, route.url, body))

@@ -29,8 +29,6 @@ const struct {
      R"({"DeviceInfo":{"deviceName":"Lobby","deviceID":"1","serialNumber":"S","macAddress":"M",
          "firmwareVersion":"F","deviceType":"IPC"}})",
      "/KORVA/System/deviceInfo", "", 200, "<deviceName>Lobby</deviceName>"},
-    {kMaintain, GET, "/KORVA/ContentMgmt/Storage/hdd", "", "{}", "/KORVA/System/deviceInfo", "",
-     200, "<hddName>hdde</hddName>"},
     {kMaintain, GET, "/KORVA/ContentMgmt/Storage/hdd", "", kDeviceError, "/KORVA/System/deviceInfo",
      "", 403, "<subStatusCode>invalidOperation</subStatusCode>"},
     {kEvent, PUT, "/KORVA/System/IO/outputs/2/trigger",
@@ -47,8 +45,6 @@ const struct {
     {kPtz, PUT, "/KORVA/PTZCtrl/channels/1/presets/4", "<PTZPreset><id>4</id></PTZPreset>",
      kDeviceOk, "/KORVA/PTZCtrl/channels/1/presets/4", "{\"PTZPreset\":{\"id\":\"4\"}}\n", 200,
      "<statusCode>1</statusCode>"},
-    {kPtz, PUT, "/KORVA/PTZCtrl/channels/1/presets/4/goto", "", kDeviceError,
-     "/KORVA/PTZCtrl/channels/1/presets/4/goto", "", 403, "<statusCode>4</statusCode>"},
     {kRecord, POST, "/KORVA/ContentMgmt/search",
      "<CMSearchDescription><searchID>A</searchID><metadataList/></CMSearchDescription>",
      R"({"CMSearchResult":{"matchList":[{"searchMatchItem":{"mediaSegmentDescriptor":{"playbackURI":

@@ -19,7 +19,6 @@ TEST(RecordPlayback, GatewayAddressesBecomeTrackAddresses) {
     } cases[] = {
         {"rtsp://10.1.2.3:554/dac/camera=" + kId + "12/SUB/rec?start=1&end=2",
          "rtsp://10.1.2.3:554/KORVA/Streaming/tracks/1202?start=1&end=2"},
-        {"rtsp://h/dac/camera=" + kId + "1/MAIN/p?s=1", "rtsp://h/KORVA/Streaming/tracks/101?s=1"},
         {"rtsp://h/dac/camera=" + kId + "1/SUB1/p?s=1", "rtsp://h/KORVA/Streaming/tracks/103?s=1"},
         {"/dac/camera/" + kId + "3/MAIN/?", "/KORVA/Streaming/tracks/301?"},
         {"rtsp://h/dac/camera=" + kId + "1/MAIN/p", ""},       // no query
@@ -27,7 +26,6 @@ TEST(RecordPlayback, GatewayAddressesBecomeTrackAddresses) {
         {"rtsp://h/camera=" + kId + "1/MAIN/p?s=1", ""},       // no "/dac"
         {"rtsp://h/dac/cam=" + kId + "1/MAIN/p?s=1", ""},      // no "camera"
         {"rtsp://h/dac/camera=" + kId + "12?s=1", ""},         // no "/" after the camera
-        {"rtsp://h/dac/camera", ""},
         // A camera segment of at most 36 characters carries no channel: passed through.
         {"rtsp://h/dac/camera=" + kId + "/MAIN/p?s=1",
          "rtsp://h/dac/camera=" + kId + "/MAIN/p?s=1"},
@@ -43,7 +41,6 @@ TEST(RecordResult, AmpersandsAreUnescapedRepeatedly) {
         const char* in;
         const char* out;
     } cases[] = {{"a&amp;amp;amp;b", "a&b"},
-                 {"&amp;&amp;", "&&"},
                  {"&am;p&amp", "&am;p&amp"},
                  {"x&amp;", "x&"}};
     for (const auto& c : cases) {
@@ -108,14 +105,11 @@ TEST(RecordResult, UnreadableMemberTypesFail) {
          {std::string(R"({"CMSearchResult":"x"})"), std::string(R"([])"),
           std::string(R"({"CMSearchResult":{"searchID":{}}})"),
           std::string(R"({"CMSearchResult":{"responseStatus":"true"}})"),
-          std::string(R"({"CMSearchResult":{"numOfMatches":"3"}})"),
           std::string(R"({"CMSearchResult":{"numOfMatches":4294967296}})"),
           std::string(R"({"CMSearchResult":{"matchList":{"searchMatchItem":{}}}})"),
           std::string(R"({"CMSearchResult":{"matchList":[5]}})"), item + "[]}]}}",
           item + R"({"sourceID":[1]}}]}})", item + R"({"trackID":"101"}}]}})",
-          item + R"({"timeSpan":"x"}}]}})",
           item + R"({"timeSpan":{"startTime":{},"endTime":"b"}}}]}})",
-          item + R"({"mediaSegmentDescriptor":"x"}}]}})",
           item + R"({"mediaSegmentDescriptor":{"playbackURI":{}}}}]}})",
           item + R"({"metadataMatches":7}}]}})"}) {
         EXPECT_EQ("", convert(answer, 9));
