@@ -52,11 +52,9 @@ TEST_F(AlarmOutput, AlarmGoesToEveryStreamOfItsDeviceAfterTheHead) {
 TEST_F(AlarmOutput, RoutineResultsAndNothingQueuedOnFailure) {
     const StreamRequest stream = requestStream(service);
     const std::pair<std::string, int> cases[] = {
-        // expected 0 stands for the length
+        // 0 stands for the length
         {"{\"EventNotificationAlert\":", -1},
-        {"[1,2]", -1},
         {alarmJson("dev-1", R"("eventDescription":"Heart Beat")"), 0},
-        {R"({"EventNotificationAlert":{"eventType":"VMD"}})", -1},
         {R"({"EventNotificationAlert":{"devIndex":1}})", -1},
         {alarmJson("dev-1", R"("activePostCount":"3")"), -1},
         {alarmJson("dev-9"), 0},
@@ -112,8 +110,7 @@ TEST_F(AlarmOutput, BrokenLinkDropsStreamAndTheLastOneDropsTheDevice) {
 TEST_F(AlarmOutput, PartsOfOneStreamAreNeverWrittenAtOnce) {
     const StreamRequest stream = requestStream(service);
     struct Counters {  // shared with the script, which may outlive the test body
-        std::atomic<int> inFlight{0};
-        std::atomic<int> most{0};
+        std::atomic<int> inFlight{0}, most{0};
     };
     auto counters = std::make_shared<Counters>();
     stream.exchange().setRespondResult([counters](int length) {

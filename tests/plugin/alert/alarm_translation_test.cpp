@@ -50,8 +50,6 @@ TEST(AlarmTranslation, ElementsAndValues) {
             "dateTime":"t")",
          {"dateTime=t", "activePostCount=-5", "eventState=s", "eventDescription=e",
           "channelName=c"}},
-        {R"("activePostCount":42.0,"inputIOPortID":2147483647)",
-         {"activePostCount=42", "inputIOPortID=2147483647"}},
         {R"("AudioExceptionDetection":{"audioDecibel":80,"alarmType":"a"},
             "DetectionRegionList":[null,{"DetectionRegionEntry":{"TargetRect":
               {"height":0.125,"width":0.25,"Y":1,"X":0.5},"detectionTarget":"human",
@@ -86,13 +84,10 @@ TEST(AlarmTranslation, ElementsAndValues) {
 TEST(AlarmTranslation, WrongTypesFailTheWholeAlarm) {
     for (const char* members :
          {R"("activePostCount":"1")", R"("inputIOPortID":2147483648)", R"("activePostCount":1.5)",
-          R"("inputIOPortID":true)", R"("channelID":1)", R"("eventType":null)",
-          R"("DetectionRegionList":[1])", R"("DetectionRegionList":[{"DetectionRegionEntry":"x"}])",
+          R"("channelID":1)", R"("DetectionRegionList":[1])",
           R"("DetectionRegionList":[{"DetectionRegionEntry":{"TargetRect":{"X":"1"}}}])",
-          R"("DetectionRegionList":[{"DetectionRegionEntry":{"TargetRect":[]}}])",
           R"("DetectionRegionList":[{"DetectionRegionEntry":{"RegionCoordinatesList":
                  [{"RegionCoordinates":{"positionX":0.5}}]}}])",
-          R"("AudioExceptionDetection":{"audioDecibel":"80"})",
           R"("AudioExceptionDetection":[])"}) {
         EXPECT_EQ(translate(members), std::vector<std::string>{"<failed>"}) << members;
     }

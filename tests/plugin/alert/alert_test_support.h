@@ -1,5 +1,5 @@
-// Shared set-up of the alert stream tests: a host with accounts bound to three devices, stream
-// requests through the real pipeline, part parsing and polling.
+// Shared set-up of the alert stream tests: accounts bound to three devices, stream requests
+// through the real pipeline, part parsing and polling.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -36,21 +36,19 @@ inline bool waitUntil(const std::function<bool()>& pred) {
 
 struct StreamRequest {
     std::unique_ptr<TestRequest> request;
-    int status = 0;
-    int asyncReply = 0;
+    int status = 0, asyncReply = 0;
     std::string response;
 
     RecordingExchange& exchange() const { return request->exchange(); }
     // What was written after the head (the head is the first, empty, write).
     std::vector<std::string> parts() const {
         std::vector<std::string> all = request->exchange().writes();
-        if (!all.empty()) all.erase(all.begin());
-        return all;
+        return all.empty() ? all : std::vector<std::string>(all.begin() + 1, all.end());
     }
 };
 
-// GET of the stream through the pipeline of service, authenticated as user; "admin" is bound
-// to "dev-1", "user2" to "dev-2", "user3" to "dev-3".
+// GET of the stream through service's pipeline as user: "admin", "user2", "user3" are bound to
+// "dev-1", "dev-2", "dev-3".
 inline StreamRequest requestStream(CEventPto& service, const std::string& user = "admin") {
     StreamRequest out;
     out.request = std::make_unique<TestRequest>(
@@ -73,14 +71,11 @@ inline std::string documentOf(const std::string& part) {
     const std::string head =
         "--boundary\r\nContent-Type: application/xml; charset=\"UTF-8\"\r\nContent-Length: ";
     const size_t end = part.find("\r\n\r\n");
-    if (part.compare(0, head.size(), head) != 0 || end == std::string::npos) {
-        return "<malformed part>";
-    }
-    const std::string document = part.substr(end + 4);
-    if (part.substr(head.size(), end - head.size()) != std::to_string(document.size())) {
-        return "<malformed part>";
-    }
-    return document;
+    const std::string document = end == std::string::npos ? "" : part.substr(end + 4);
+    const bool framed =
+        part.compare(0, head.size(), head) == 0 && end != std::string::npos &&
+        part.substr(head.size(), end - head.size()) == std::to_string(document.size());
+    return framed ? document : "<malformed part>";
 }
 
 inline Devices subscribedDevices() {
@@ -89,8 +84,8 @@ inline Devices subscribedDevices() {
     return subscriptions.front().devices;
 }
 
-// A started service of its own (not the process-wide one) with a manual clock: timers run only
-// when a test advances the clock.
+// A started service of its own (not the process-wide one) on a manual clock: timers run only
+// when a test advances it.
 class AlertServiceTest : public ::testing::Test {
   protected:
     static constexpr uint32_t kStartTick = 1000000;

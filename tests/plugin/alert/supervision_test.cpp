@@ -99,8 +99,7 @@ TEST_F(CleanUp, TimerEndsTheSubscriptionAfterTheLastStreamWent) {
 }
 
 TEST_F(CleanUp, SubscriptionForgottenByTheBusDropsEveryStream) {
-    const StreamRequest a = requestStream(service);
-    const StreamRequest b = requestStream(service, "user2");
+    const StreamRequest a = requestStream(service), b = requestStream(service, "user2");
     const auto dropped = service.streams().snapshot();
     korva::host::resetAlarmBus();
     CEventPto::checkAbnormalOnTimer(service.getAbnormalTimerId(), &service);

@@ -11,23 +11,28 @@ namespace QXKORVAProtocol {
 namespace {
 
 using korva::testing::HostFixture;
-using korva::testing::LogCapture;
 using korva::testing::TestRequest;
 using QXHttpService::kMethodGet;
 using testing::kProbeUrl;
 using testing::Outcome;
-using testing::run;
 using testing::ProbeHandler;
+using testing::run;
 
-std::string unauthorizedHead(const std::string& url) {
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ResponseStatus>\n  <requestURL>" + url +
-           "</requestURL>\n  <statusCode>401</statusCode>\n"
-           "  <statusString>Unauthorized</statusString>\n"
-           "  <subStatusCode>badAuthorization</subStatusCode>\n";
+const std::string kUnauthorizedHead =
+    std::string("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ResponseStatus>\n  <requestURL>") +
+    kProbeUrl +
+    "</requestURL>\n  <statusCode>401</statusCode>\n  <statusString>Unauthorized</statusString>\n"
+    "  <subStatusCode>badAuthorization</subStatusCode>\n";
+
+TestRequest withWrongPassword() {
+    return TestRequest(
+        kMethodGet, kProbeUrl, {},
+        {{"Authorization", HostFixture::authorization("GET", kProbeUrl, "admin", "wrong")}});
 }
 
-TestRequest requestWithAuthorization(const std::string& authorization) {
-    return TestRequest(kMethodGet, kProbeUrl, {}, {{"Authorization", authorization}});
+void useAccounts(const korva::host::AuthSettings& settings) {
+    korva::host::setAccounts({{HostFixture::kUser, HostFixture::kPassword, HostFixture::kDevice}},
+                             settings);
 }
 
 class PipelineTest : public ::testing::Test {
@@ -55,146 +60,112 @@ TEST_F(PipelineTest, RequestsOfOtherHandlersAreLeftAlone) {
 
 TEST_F(PipelineTest, InactiveGatewayRefusesWhateverTheCredentials) {
     korva::host::setUserConfig(false, HostFixture::kRealm);
-    const TestRequest requests[] = {
-        HostFixture::authorizedRequest(kMethodGet, kProbeUrl),
-        TestRequest(kMethodGet, kProbeUrl),
-        requestWithAuthorization(HostFixture::authorization("GET", kProbeUrl, "admin", "wrong")),
-    };
+    const TestRequest requests[] = {HostFixture::authorizedRequest(kMethodGet, kProbeUrl),
+                                    TestRequest(kMethodGet, kProbeUrl), withWrongPassword()};
     for (const TestRequest& request : requests) {
         const Outcome outcome = run(handler, request);
         EXPECT_EQ(outcome.status, 403);
         EXPECT_EQ(outcome.response, CProtocolBase::getResponseByError(0x40000007, kProbeUrl));
-        EXPECT_NE(outcome.response.find("<subStatusCode>notActivated</subStatusCode>"),
-                  std::string::npos);
         EXPECT_FALSE(request.exchange().hasAnswerHeader("WWW-Authenticate"));
     }
     EXPECT_EQ(handler.calls, 0);
 }
 
-TEST_F(PipelineTest, MissingCredentialsGetAFreshChallengeOfThePlugIn) {
+// Without credentials: the plug-in's own challenge with a fresh nonce each time, or the host's
+// challenge unchanged when the host uses another algorithm.
+TEST_F(PipelineTest, MissingCredentialsGetAChallenge) {
     const std::regex challenge(
-        R"re(Digest qop="auth", realm="KORVA Test", nonce="([^"]+)", stale="FALSE")re");
+        R"re(Digest qop="auth", realm="KORVA Test", nonce="([^"]{1,63})", stale="FALSE")re");
     std::string nonces[2];
     for (std::string& nonce : nonces) {
         const TestRequest request(kMethodGet, kProbeUrl);
         const Outcome outcome = run(handler, request);
         EXPECT_EQ(outcome.status, 401);
-        EXPECT_EQ(outcome.response, unauthorizedHead(kProbeUrl) + "</ResponseStatus>\n");
+        EXPECT_EQ(outcome.response, kUnauthorizedHead + "</ResponseStatus>\n");
         const std::string header = request.exchange().answerHeader("WWW-Authenticate");
         std::smatch match;
         ASSERT_TRUE(std::regex_match(header, match, challenge)) << header;
         nonce = match[1];
-        EXPECT_LT(nonce.size(), 64u);
     }
     EXPECT_NE(nonces[0], nonces[1]);
-    EXPECT_EQ(handler.calls, 0);
-}
 
-TEST_F(PipelineTest, HostChallengeIsSentUnchanged) {
     korva::host::AuthSettings settings;
     settings.algorithm = korva::host::DigestAlgorithm::kSha256;
-    korva::host::setAccounts({{HostFixture::kUser, HostFixture::kPassword, HostFixture::kDevice}},
-                             settings);
+    useAccounts(settings);
     const TestRequest request(kMethodGet, kProbeUrl);
-    const Outcome outcome = run(handler, request);
-    EXPECT_EQ(outcome.status, 401);
-    EXPECT_EQ(outcome.response, unauthorizedHead(kProbeUrl) + "</ResponseStatus>\n");
+    EXPECT_EQ(run(handler, request).status, 401);
     const std::string header = request.exchange().answerHeader("WWW-Authenticate");
     EXPECT_NE(header.find("algorithm=SHA-256"), std::string::npos) << header;
-    EXPECT_NE(header.find("realm=\"KORVA Test\""), std::string::npos) << header;
+    EXPECT_EQ(handler.calls, 0);
 }
 
 // Wrong credentials: the host's counters go into the document; with one attempt allowed the
 // first failure locks the user.
 TEST_F(PipelineTest, RejectedCredentialsCarryLockInformation) {
-    const struct {
-        int maxAttempts;
-        const char* lockElements;
-    } cases[] = {
+    const std::pair<int, const char*> cases[] = {
         {5,
          "  <lockStatus>unlocked</lockStatus>\n  <retryLoginTime>[1-9][0-9]*</retryLoginTime>\n"},
         {1,
          "  <lockStatus>locked</lockStatus>\n  <unlockTime>[1-9][0-9]*</unlockTime>\n"
          "  <retryLoginTime>0</retryLoginTime>\n"},
     };
-    const std::string head = unauthorizedHead(kProbeUrl);
-    for (const auto& c : cases) {
+    for (const auto& [maxAttempts, lockElements] : cases) {
         korva::host::AuthSettings settings;
-        settings.maxAttempts = c.maxAttempts;
-        korva::host::setAccounts(
-            {{HostFixture::kUser, HostFixture::kPassword, HostFixture::kDevice}}, settings);
-        const TestRequest request = requestWithAuthorization(
-            HostFixture::authorization("GET", kProbeUrl, "admin", "wrong"));
+        settings.maxAttempts = maxAttempts;
+        useAccounts(settings);
+        const TestRequest request = withWrongPassword();
         const Outcome outcome = run(handler, request);
         EXPECT_EQ(outcome.status, 401);
         EXPECT_TRUE(request.exchange().hasAnswerHeader("WWW-Authenticate"));
-        ASSERT_EQ(outcome.response.substr(0, head.size()), head);
-        EXPECT_TRUE(
-            std::regex_match(outcome.response.substr(head.size()),
-                             std::regex(std::string(c.lockElements) + "</ResponseStatus>\n")))
+        ASSERT_EQ(outcome.response.substr(0, kUnauthorizedHead.size()), kUnauthorizedHead);
+        EXPECT_TRUE(std::regex_match(outcome.response.substr(kUnauthorizedHead.size()),
+                                     std::regex(std::string(lockElements) + "</ResponseStatus>\n")))
             << outcome.response;
     }
     EXPECT_EQ(handler.calls, 0);
 }
 
-// The device comes from the account, never from the query.
+// The device comes from the account, never from the query; a failing handler is a 500.
 TEST_F(PipelineTest, AuthenticatedRequestReachesTheHandlerWithTheBoundDevice) {
-    ProbeHandler created(201);
     const TestRequest request =
         HostFixture::authorizedRequest(kMethodGet, std::string(kProbeUrl) + "?devIndex=other");
-    const Outcome outcome = run(created, request);
-    EXPECT_EQ(outcome.status, 201);
+    const Outcome outcome = run(handler, request);
+    EXPECT_EQ(outcome.status, 200);
     EXPECT_EQ(outcome.response, "probe answer");
-    EXPECT_EQ(created.calls, 1);
-    EXPECT_EQ(created.devIndex, HostFixture::kDevice);
+    EXPECT_EQ(handler.devIndex, HostFixture::kDevice);
     EXPECT_FALSE(request.exchange().hasAnswerHeader("WWW-Authenticate"));
-}
 
-TEST_F(PipelineTest, HandlerFailureBecomesAnInternalError) {
     ProbeHandler failing(-1);
-    const Outcome outcome = run(failing, HostFixture::authorizedRequest(kMethodGet, kProbeUrl));
-    EXPECT_EQ(outcome.status, 500);
-    EXPECT_EQ(outcome.response, CProtocolBase::getResponseByError(0x30000014, kProbeUrl));
-    EXPECT_EQ(failing.calls, 1);
+    const Outcome failed = run(failing, HostFixture::authorizedRequest(kMethodGet, kProbeUrl));
+    EXPECT_EQ(failed.status, 500);
+    EXPECT_EQ(failed.response, CProtocolBase::getResponseByError(0x30000014, kProbeUrl));
 }
 
 TEST_F(PipelineTest, DetachedBoundDeviceIsAnInternalErrorWithoutTheHandler) {
     ASSERT_TRUE(korva::host::detachDevice(HostFixture::kDevice));
-    LogCapture log;
+    korva::testing::LogCapture log;
     const Outcome outcome = run(handler, HostFixture::authorizedRequest(kMethodGet, kProbeUrl));
     EXPECT_EQ(outcome.status, 500);
     EXPECT_EQ(outcome.response, CProtocolBase::getResponseByError(0x30000014, kProbeUrl));
     EXPECT_EQ(handler.calls, 0);
-    const std::regex line(
-        R"(\[QXKORVAProtocol::CProtocolBase::proc\(\d+\)\] \[szDevIndx=dev-1\]User Bound Device is not exist\.)");
-    bool found = false;
-    for (const auto& entry : log.lines()) {
-        found = found ||
-                (entry.level == 5 && entry.module == "QXW" && std::regex_search(entry.text, line));
-    }
-    EXPECT_TRUE(found);
+    EXPECT_TRUE(log.contains("[szDevIndx=dev-1]User Bound Device is not exist.", 5));
+    EXPECT_TRUE(log.contains("[QXKORVAProtocol::CProtocolBase::proc(", 5));
 }
 
 TEST(ClientAddress, FirstEntryOfForwardedFor) {
-    const struct {
-        const char* header;  // null: no header
-        std::string address;
-    } cases[] = {
-        {nullptr, ""},
+    const std::pair<const char*, std::string> cases[] = {
+        {nullptr, ""},  // no header
         {"10.1.2.3, 192.168.0.1", "10.1.2.3"},
-        {"10.1.2.3", "10.1.2.3"},
-        {"a,b,c", "a"},
         {",10.1.2.3", ""},
         {"2001:db8::1", "2001:db8::1"},
         {"0123456789012345678901234567890123456789012345678901234567890123456789",
          "012345678901234567890123456789012345678901234567"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [header, address] : cases) {
         std::map<std::string, std::string> headers;
-        if (c.header != nullptr) headers["X-Forwarded-For"] = c.header;
+        if (header != nullptr) headers["X-Forwarded-For"] = header;
         const TestRequest request(kMethodGet, kProbeUrl, {}, headers);
-        EXPECT_EQ(CProtocolBase::getClientAddress(request.holder()), c.address)
-            << (c.header ? c.header : "(none)");
+        EXPECT_EQ(CProtocolBase::getClientAddress(request.holder()), address);
     }
 }
 

@@ -1,6 +1,7 @@
 // The device relay: procProtocol's hand-over to the bus, and deviceCfgCallBack's answers.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -14,23 +15,24 @@ namespace {
 
 using korva::testing::HostFixture;
 using korva::testing::LogCapture;
-using korva::testing::ScriptedDevice;
 using korva::testing::TestRequest;
 using QXHttpService::kMethodGet;
-using QXHttpService::kMethodPut;
 using testing::kRelayUrl;
 using testing::Outcome;
-using testing::run;
 using testing::RelayHandler;
+using testing::run;
+
+constexpr char kRefused[] =
+    R"({"statusCode":4,"statusString":"Invalid Operation","errorCode":1073741830})";
 
 std::string errorDocument(uint32_t errorNumber) {
     return CProtocolBase::getResponseByError(static_cast<int>(errorNumber), kRelayUrl);
 }
 
 // A context as procProtocol hands it to the bus: the callback releases it.
-DeviceCfgContext* contextFor(const TestRequest& request, void* handler) {
+DeviceCfgContext* contextFor(int httpHandle, void* handler) {
     DeviceCfgContext* context = allocateDeviceCfgContext();
-    context->httpHandle = request.handle();
+    context->httpHandle = httpHandle;
     context->handler = handler;
     return context;
 }
@@ -42,16 +44,15 @@ class RelayTest : public ::testing::Test {
 };
 
 TEST_F(RelayTest, AcceptedRelayAnswersLaterOnTheExchange) {
-    host.device()->setMode(ScriptedDevice::Mode::kDeferred);
+    host.device()->setMode(korva::testing::ScriptedDevice::Mode::kDeferred);
     const TestRequest request =
-        HostFixture::authorizedRequest(kMethodPut, kRelayUrl, "<Probe>1</Probe>");
+        HostFixture::authorizedRequest(QXHttpService::kMethodPut, kRelayUrl, "<Probe>1</Probe>");
     LogCapture log;
     const Outcome outcome = run(handler, request);
     EXPECT_EQ(outcome.status, 200);
     EXPECT_EQ(outcome.asyncReply, 1);
     EXPECT_EQ(outcome.response, "untouched");
     EXPECT_EQ(handler.preparedTimeoutMs, 10000);
-    EXPECT_EQ(handler.preparedHandle, request.handle());
     EXPECT_TRUE(handler.preparedOwnExchange);
     EXPECT_TRUE(log.contains("[url=/KORVA/Test/relay?format=json&devIndex=dev-1,handle=" +
                                  std::to_string(request.handle()) +
@@ -60,217 +61,157 @@ TEST_F(RelayTest, AcceptedRelayAnswersLaterOnTheExchange) {
 
     ASSERT_TRUE(host.device()->waitForRequests(1));
     const auto relayed = host.device()->requests().at(0);
-    EXPECT_EQ(relayed.method, kMethodPut);
+    EXPECT_EQ(relayed.method, QXHttpService::kMethodPut);
     EXPECT_EQ(relayed.url, "/KORVA/Test/relay?format=json&devIndex=dev-1");
     EXPECT_EQ(relayed.body, "{\"probe\":true}\n");
     EXPECT_EQ(request.exchange().respondCount(), 0);
 
     // The device refuses the operation: its status goes out as it is, without conversion.
-    ASSERT_TRUE(host.device()->replyPending(
-        0, R"({"statusCode":4,"statusString":"Invalid Operation","errorCode":1073741830})"));
+    ASSERT_TRUE(host.device()->replyPending(0, kRefused));
     ASSERT_TRUE(request.exchange().waitForResponds(1));
     EXPECT_EQ(request.exchange().status(), 403);
     EXPECT_EQ(request.exchange().answerHeader("Content-Type"), "application/xml");
     EXPECT_EQ(request.exchange().written(), errorDocument(0x40000006));
 }
 
-TEST_F(RelayTest, ConversionRefusalIsAnsweredAtOnce) {
-    handler.convertResult = 9;
-    const Outcome outcome = run(handler, HostFixture::authorizedRequest(kMethodGet, kRelayUrl));
-    EXPECT_EQ(outcome.status, 500);
-    EXPECT_EQ(outcome.asyncReply, 0);
-    EXPECT_EQ(outcome.response, errorDocument(0x30000014));
-    EXPECT_TRUE(host.device()->requests().empty());
-}
-
-TEST_F(RelayTest, PreparationRefusalReleasesTheContext) {
-    handler.prepareResult = 0;
-    LogCapture log;
-    const Outcome outcome = run(handler, HostFixture::authorizedRequest(kMethodGet, kRelayUrl));
-    EXPECT_EQ(outcome.status, 400);
-    EXPECT_EQ(outcome.asyncReply, 0);
-    EXPECT_EQ(outcome.response, errorDocument(0x60000001));
-    EXPECT_TRUE(log.contains("[QXKORVAProtocol::CDevCfgBase::procProtocol(", 5));
-    EXPECT_TRUE(log.contains(")] no resouce.", 5));
-    EXPECT_TRUE(host.device()->requests().empty());
-}
-
-TEST_F(RelayTest, HostRefusalIsMappedToItsError) {
-    // The bus refuses bad arguments (result 1) and devices it does not know (result 9).
-    RelayHandler badTimeout;
-    badTimeout.timeoutOverride = -1;
-    const Outcome refused = run(badTimeout, HostFixture::authorizedRequest(kMethodGet, kRelayUrl));
-    EXPECT_EQ(refused.status, 400);
-    EXPECT_EQ(refused.asyncReply, 0);
-    EXPECT_EQ(refused.response, errorDocument(0x60000001));
-
-    RelayHandler ghost;
-    ghost.targetDevice = "ghost";
-    const Outcome unknown = run(ghost, HostFixture::authorizedRequest(kMethodGet, kRelayUrl));
-    EXPECT_EQ(unknown.status, 500);
-    EXPECT_EQ(unknown.asyncReply, 0);
-    EXPECT_EQ(unknown.response, errorDocument(0x30000014));
+// Refusals before anything reaches the device are answered at once: by the conversion, by the
+// preparation, and by the bus for bad arguments or an unknown device.
+TEST_F(RelayTest, RefusalsBeforeTheDeviceAreAnsweredAtOnce) {
+    const struct {
+        std::function<void(RelayHandler&)> setUp;
+        int status;
+        uint32_t errorNumber;
+    } cases[] = {
+        {[](RelayHandler& h) { h.convertResult = 9; }, 500, 0x30000014},
+        {[](RelayHandler& h) { h.prepareResult = 0; }, 400, 0x60000001},
+        {[](RelayHandler& h) { h.timeoutOverride = -1; }, 400, 0x60000001},
+        {[](RelayHandler& h) { h.targetDevice = "ghost"; }, 500, 0x30000014},
+    };
+    for (const auto& c : cases) {
+        RelayHandler refusing;
+        c.setUp(refusing);
+        const Outcome outcome =
+            run(refusing, HostFixture::authorizedRequest(kMethodGet, kRelayUrl));
+        EXPECT_EQ(outcome.status, c.status);
+        EXPECT_EQ(outcome.asyncReply, 0);
+        EXPECT_EQ(outcome.response, errorDocument(c.errorNumber));
+    }
     EXPECT_TRUE(host.device()->requests().empty());
 }
 
 // What the callback sends for each kind of device answer, and the failure it logs.
 TEST_F(RelayTest, CallbackAnswersByKindOfDeviceAnswer) {
-    constexpr const char* kXml = "application/xml";
-    constexpr const char* kBinary = "application/octet-stream";
     constexpr const char* kParseError = "json formart error.";
     const std::string deep = std::string(5000, '[') + std::string(5000, ']');
     const struct {
         std::string bytes;
         int status;
         uint32_t errorNumber;
-        const char* contentType;
         const char* failureLog;  // level 5 line, or null
     } cases[] = {
         // A device status decides the answer unless its error maps to HTTP 200.
-        {R"({"statusCode":4,"statusString":"Invalid Operation","errorCode":1073741830})", 403,
-         0x40000006, kXml, nullptr},
-        {R"({"errorCode":536870916,"errorMsg":"deviceBusy","statusCode":2,"statusString":"x"})",
-         503, 0x20000004, kXml, nullptr},
-        {R"({"statusCode":3,"statusString":"Device Error","errorCode":805310475})", 500, 0x3000100B,
-         kXml, nullptr},
+        {kRefused, 403, 0x40000006, nullptr},
+        {R"({"errorCode":536870916,"statusCode":2,"statusString":"x"})", 503, 0x20000004, nullptr},
+        {R"({"statusCode":3,"statusString":"x","errorCode":805310475})", 500, 0x3000100B, nullptr},
         // OK and reboot-required go on to the handlers, none of which claims this URL.
-        {R"({"statusCode":1,"statusString":"OK","errorCode":1})", 500, 0x30000014, kXml, nullptr},
-        {R"({"statusCode":7,"statusString":"x","errorCode":1879048193})", 500, 0x30000014, kXml,
+        {R"({"statusCode":1,"statusString":"OK","errorCode":1})", 500, 0x30000014, nullptr},
+        {R"({"statusCode":7,"statusString":"x","errorCode":1879048193})", 500, 0x30000014, nullptr},
+        // No usable errorCode, or a payload nobody converts.
+        {R"({"statusCode":4,"statusString":"x","errorCode":"1073741830"})", 500, 0x30000014,
          nullptr},
-        // No usable errorCode.
-        {R"({"statusCode":3,"statusString":"Device Error"})", 500, 0x30000014, kXml, nullptr},
-        {R"({"statusCode":4,"statusString":"x","errorCode":"1073741830"})", 500, 0x30000014, kXml,
+        {R"({"statusCode":4,"statusString":"x","errorCode":2147483648})", 500, 0x30000014, nullptr},
+        {R"({"statusCode":4,"statusString":"x","errorCode":1073741830.5})", 500, 0x30000014,
          nullptr},
-        {R"({"statusCode":4,"statusString":"x","errorCode":2147483648})", 500, 0x30000014, kXml,
-         nullptr},
-        {R"({"statusCode":4,"statusString":"x","errorCode":1073741830.5})", 500, 0x30000014, kXml,
-         nullptr},
-        {R"({"statusCode":4,"statusString":"x","errorCode":{}})", 500, 0x30000014, kXml, nullptr},
-        // Payloads nobody converts.
-        {R"({"DeviceInfo":{}})", 500, 0x30000014, kXml, nullptr},
-        {"[1,2]", 500, 0x30000014, kXml, nullptr},
-        {"\"statusCode\"", 500, 0x30000014, kXml, nullptr},
+        {"[1,2]", 500, 0x30000014, nullptr},
         // Not JSON; short buffers are JSON text too.
-        {"this is not JSON", 500, 0x30000014, kXml, kParseError},
-        {"", 500, 0x30000014, kXml, kParseError},
-        {"QX", 500, 0x30000014, kXml, kParseError},
-        {deep, 500, 0x30000014, kXml, kParseError},
+        {"this is not JSON", 500, 0x30000014, kParseError},
+        {"QX", 500, 0x30000014, kParseError},
+        {deep, 500, 0x30000014, kParseError},
         // The host's binary frames.
-        {"QXMD", 500, 0x30000014, kBinary, "receive invalid data."},
-        {std::string("QXBD\0\x01\x02{}", 9), 500, 0x30000014, kBinary, "receive invalid data."},
+        {std::string("QXBD\0\x01\x02{}", 9), 500, 0x30000014, "receive invalid data."},
     };
     for (const auto& c : cases) {
         const std::string name = c.bytes.substr(0, 60);
         LogCapture log;
         const TestRequest request(kMethodGet, kRelayUrl);
         EXPECT_EQ(CDevCfgBase::deviceCfgCallBack(c.bytes.data(), static_cast<int>(c.bytes.size()),
-                                                 contextFor(request, &handler)),
+                                                 contextFor(request.handle(), &handler)),
                   0)
             << name;
         ASSERT_EQ(request.exchange().respondCount(), 1) << name;
         EXPECT_EQ(request.exchange().status(), c.status) << name;
-        EXPECT_EQ(request.exchange().answerHeader("Content-Type"), c.contentType) << name;
+        EXPECT_EQ(request.exchange().answerHeader("Content-Type"),
+                  c.bytes.starts_with("QXBD") ? "application/octet-stream" : "application/xml")
+            << name;
         const std::string body = errorDocument(c.errorNumber);
         EXPECT_EQ(request.exchange().written(), body) << name;
-        EXPECT_TRUE(log.contains("[QXKORVAProtocol::CDevCfgBase::deviceCfgCallBack(")) << name;
         EXPECT_TRUE(log.contains(")] [rsp = " + body + "]rsponse data", 3)) << name;
-        if (c.failureLog != nullptr) {
-            EXPECT_TRUE(log.contains(c.failureLog, 5)) << name;
-        }
+        if (c.failureLog != nullptr) EXPECT_TRUE(log.contains(c.failureLog, 5)) << name;
     }
-}
-
-TEST_F(RelayTest, CallbackReadsOnlyTheGivenLength) {
-    const std::string bytes =
-        R"({"statusCode":4,"statusString":"x","errorCode":1073741830}garbage)";
+    // Only the given length is read.
+    const std::string trailing = std::string(kRefused) + "garbage";
     const TestRequest request(kMethodGet, kRelayUrl);
-    CDevCfgBase::deviceCfgCallBack(bytes.data(), static_cast<int>(bytes.size()) - 7,
-                                   contextFor(request, &handler));
+    CDevCfgBase::deviceCfgCallBack(trailing.data(), static_cast<int>(trailing.size()) - 7,
+                                   contextFor(request.handle(), &handler));
     EXPECT_EQ(request.exchange().status(), 403);
 }
 
-// Unusable callbacks send nothing; every one with a handler still releases its context.
+// Unusable callbacks send nothing; every one with a handler releases its context (attachment
+// included), even when the client is gone. Without a handler the context stays with its owner.
 TEST_F(RelayTest, CallbackWithoutUsableDataSendsNothing) {
     const TestRequest request(kMethodGet, kRelayUrl);
-    const char data[] = "{}";
+    int goneHandle = -1;
+    { goneHandle = TestRequest(kMethodGet, kRelayUrl).handle(); }
     const struct {
         const char* data;
-        int length;
-        int handle;
-        const char* line;
+        int length, handle;
+        const char* line;  // level 5 line, or null
     } cases[] = {
         {nullptr, 2, request.handle(), "callback data error 2"},
-        {data, -1, request.handle(), "callback data error 2"},
-        {data, 2, -1, "callback data error 4"},
-        {data, 2, -5, "callback data error 4"},
+        {"{}", -1, request.handle(), "callback data error 2"},
+        {"{}", 2, -1, "callback data error 4"},
+        {"{}", 2, -5, "callback data error 4"},
+        {"{}", 2, goneHandle, nullptr},
     };
     for (const auto& c : cases) {
         LogCapture log;
-        DeviceCfgContext* context = contextFor(request, &handler);
-        context->httpHandle = c.handle;
-        EXPECT_EQ(CDevCfgBase::deviceCfgCallBack(c.data, c.length, context), 0) << c.line;
-        EXPECT_TRUE(log.contains(c.line, 5)) << c.line;
+        DeviceCfgContext* context = contextFor(c.handle, &handler);
+        context->attachment = new char[16];
+        context->attachmentLength = 16;
+        EXPECT_EQ(CDevCfgBase::deviceCfgCallBack(c.data, c.length, context), 0) << c.handle;
+        if (c.line != nullptr) EXPECT_TRUE(log.contains(c.line, 5)) << c.line;
     }
-    EXPECT_EQ(request.exchange().respondCount(), 0);
-}
 
-TEST_F(RelayTest, CallbackWithoutHandlerLeavesTheContextToItsOwner) {
-    const TestRequest request(kMethodGet, kRelayUrl);
-    DeviceCfgContext* context = contextFor(request, nullptr);
+    DeviceCfgContext* orphan = contextFor(request.handle(), nullptr);
     LogCapture log;
-    EXPECT_EQ(CDevCfgBase::deviceCfgCallBack("{}", 2, context), -1);
+    EXPECT_EQ(CDevCfgBase::deviceCfgCallBack("{}", 2, orphan), -1);
     EXPECT_EQ(CDevCfgBase::deviceCfgCallBack("{}", 2, nullptr), -1);
     EXPECT_TRUE(log.contains("callback data error 1", 5));
     EXPECT_EQ(request.exchange().respondCount(), 0);
-    releaseDeviceCfgContext(context);
-}
-
-TEST_F(RelayTest, AttachmentIsReleasedWithTheContext) {
-    const TestRequest request(kMethodGet, kRelayUrl);
-    DeviceCfgContext* context = contextFor(request, &handler);
-    context->attachment = new char[16];
-    context->attachmentLength = 16;
-    EXPECT_EQ(CDevCfgBase::deviceCfgCallBack(nullptr, 0, context), 0);
-}
-
-TEST_F(RelayTest, AnswerForAGoneClientIsDropped) {
-    int handle = -1;
-    {
-        const TestRequest request(kMethodGet, kRelayUrl);
-        handle = request.handle();
-    }
-    DeviceCfgContext* context = allocateDeviceCfgContext();
-    context->httpHandle = handle;
-    context->handler = &handler;
-    EXPECT_EQ(CDevCfgBase::deviceCfgCallBack("{}", 2, context), 0);
+    releaseDeviceCfgContext(orphan);
 }
 
 // Immediate answers race the request thread: the callback may run and release the context
 // before procProtocol returns. Many requests from several threads, each answered exactly once.
 TEST_F(RelayTest, ConcurrentRequestsAndCallbacks) {
-    host.device()->setDefaultAnswer(
-        R"({"statusCode":4,"statusString":"Invalid Operation","errorCode":1073741830})");
-    constexpr int kThreads = 4;
-    constexpr int kRequestsPerThread = 25;
-    std::vector<std::vector<TestRequest>> requests(kThreads);
-    for (auto& batch : requests) {
-        for (int i = 0; i < kRequestsPerThread; ++i) {
+    host.device()->setDefaultAnswer(kRefused);
+    std::vector<std::vector<TestRequest>> batches(4);
+    for (auto& batch : batches) {
+        for (int i = 0; i < 25; ++i) {
             batch.push_back(HostFixture::authorizedRequest(kMethodGet, kRelayUrl));
         }
     }
     std::vector<std::thread> threads;
-    for (auto& batch : requests) {
+    for (auto& batch : batches) {
         threads.emplace_back([&batch] {
             for (const TestRequest& request : batch) {
                 RelayHandler relay;
-                const Outcome outcome = run(relay, request);
-                EXPECT_EQ(outcome.status, 200);
-                EXPECT_EQ(outcome.asyncReply, 1);
+                EXPECT_EQ(run(relay, request).asyncReply, 1);
             }
         });
     }
     for (auto& thread : threads) thread.join();
-    for (const auto& batch : requests) {
+    for (const auto& batch : batches) {
         for (const TestRequest& request : batch) {
             ASSERT_TRUE(request.exchange().waitForResponds(1));
             EXPECT_EQ(request.exchange().status(), 403);

@@ -1,8 +1,6 @@
-// Test-only handlers: the real resource handlers are not part of these tests, so the pipeline
-// and the relay are driven through handlers that claim test URLs no real handler serves.
+// Test-only handlers claiming URLs no real handler serves, to drive the pipeline and the relay.
 #pragma once
 
-#include <atomic>
 #include <string>
 
 #include "gateway/testing/harness.h"
@@ -16,11 +14,10 @@ namespace QXKORVAProtocol::testing {
 inline constexpr const char* kProbeUrl = "/KORVA/Test/probe";
 inline constexpr const char* kRelayUrl = "/KORVA/Test/relay";
 
-// Claims GET kProbeUrl; procProtocol records its call and answers with a fixed result.
+// Claims GET kProbeUrl and answers with a fixed result, recording the device it was given.
 class ProbeHandler : public CProtocolBase {
   public:
     explicit ProbeHandler(int result = 200) : m_result(result) {}
-
     int matchURL(const std::string& url, unsigned char method) override {
         return cmpURL(url, kProbeUrl) && method == QXHttpService::kMethodGet ? 0 : -1;
     }
@@ -31,7 +28,6 @@ class ProbeHandler : public CProtocolBase {
         *response = "probe answer";
         return m_result;
     }
-
     int calls = 0;
     std::string devIndex;
 
@@ -39,8 +35,8 @@ class ProbeHandler : public CProtocolBase {
     int m_result;
 };
 
-// Claims kRelayUrl (any method) and relays it to the device of the request, or to a scripted
-// device index; the request and relay steps can be made to fail.
+// Claims kRelayUrl (any method) and relays it to the request's device or to targetDevice;
+// conversion and preparation can be made to fail.
 class RelayHandler : public CDevCfgBase {
   public:
     int matchURL(const std::string& url, unsigned char) override {
@@ -57,30 +53,21 @@ class RelayHandler : public CDevCfgBase {
         *jsonBody = "{\"probe\":true}\n";
         return 0;
     }
-    int prepareAsynRequest(DeviceCfgContext* context, std::string* jsonBody, int* timeoutMs,
+    int prepareAsynRequest(DeviceCfgContext* context, std::string*, int* timeoutMs,
                            QXHttpService::CHttpExchange* exchange) override {
         preparedTimeoutMs = *timeoutMs;
-        preparedHandle = context->httpHandle;
         preparedOwnExchange =
             exchange != nullptr && exchange->getHttpHandle() == context->httpHandle;
-        preparedBody = *jsonBody;
         if (timeoutOverride != 0) *timeoutMs = timeoutOverride;
         return prepareResult;
     }
-
-    int convertResult = 0;
-    int prepareResult = 1;
-    int timeoutOverride = 0;
+    int convertResult = 0, prepareResult = 1, timeoutOverride = 0;
     std::string targetDevice;
-
     int preparedTimeoutMs = 0;
-    int preparedHandle = -1;
     bool preparedOwnExchange = false;
-    std::string preparedBody;
 };
 
-// What one call of a handler's proc left behind; response and handled start with values the
-// pipeline never writes, so a test sees whether they were touched.
+// What one proc call left behind; the initial values are ones the pipeline never writes.
 struct Outcome {
     int status = 0;
     std::string response = "untouched";
