@@ -1,14 +1,12 @@
 """Runs korva-gateway for end-to-end tests.
 
-Gateway(config, profiles) writes the configuration (and device profiles) into a temporary
-directory, starts the gateway on free ports, reads the listening line and gives the base URLs,
-digest-authenticated sessions and an admin helper. stop() sends SIGTERM and returns the exit
-status and stderr; GatewayTestCase runs one gateway per test class and fails the class when the
-gateway does not exit 0 or a sanitizer reported anything.
-
-Environment: KORVA_GATEWAY (the executable) and KORVA_PLUGIN (the plug-in library).
+Gateway(config, profiles) writes the configuration and device profiles into a temporary folder,
+starts the gateway on free ports and reads the listening line. GatewayTestCase runs one gateway
+per class and fails the class when it does not exit 0 on SIGTERM or a sanitizer reported
+anything. Environment: KORVA_GATEWAY (the executable) and KORVA_PLUGIN (the plug-in library).
 """
 
+import hashlib
 import json
 import os
 import re
@@ -24,9 +22,8 @@ from requests.auth import HTTPDigestAuth
 
 GATEWAY = os.environ.get("KORVA_GATEWAY", "")
 PLUGIN = os.environ.get("KORVA_PLUGIN", "")
-
-USER = "admin"
-PASSWORD = "Admin12345"
+USER, PASSWORD = "admin", "Admin12345"
+DEVICE_INFO = "/KORVA/System/deviceInfo"
 LISTENING = re.compile(
     r"^korva-gateway listening on http://(\S+):(\d+), admin on http://(\S+):(\d+)$")
 SANITIZER_REPORT = re.compile(
@@ -36,9 +33,7 @@ SANITIZER_REPORT = re.compile(
 def make_config(users=None, devices=None, **members):
     """A configuration document; members override or add top-level members."""
     config = {
-        "realm": "KORVA Gateway",
-        "activated": True,
-        "logLevel": 4,
+        "realm": "KORVA Gateway", "activated": True, "logLevel": 4,
         "auth": {"algorithm": "MD5", "maxAttempts": 5, "lockSeconds": 180,
                  "nonceLifetimeSeconds": 300},
         "users": users if users is not None else [
@@ -49,56 +44,44 @@ def make_config(users=None, devices=None, **members):
     return config
 
 
-def free_port():
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
+def users_and_devices(*pairs):
+    """users= and devices= for (user, password, devIndex, device members) tuples."""
+    return {"users": [{"name": u, "password": p, "device": d} for u, p, d, _ in pairs],
+            "devices": [dict(devIndex=d, **extra) for _, _, d, extra in pairs]}
+
+
+def sanitizer_report(stderr):
+    match = SANITIZER_REPORT.search(stderr)
+    return stderr[max(0, match.start() - 200):match.start() + 4000] if match else None
 
 
 class Gateway:
     """One korva-gateway process."""
 
-    def __init__(self, config=None, profiles=None, args=None, use_config=True):
-        self.config = config if config is not None else make_config()
-        self.profiles = profiles or {}
-        self.args = list(args or [])
-        self.use_config = use_config
-        self.tmp = tempfile.TemporaryDirectory(prefix="korva-e2e-")
-        self.process = None
-        self.stdout_path = os.path.join(self.tmp.name, "stdout.txt")
-        self.stderr_path = os.path.join(self.tmp.name, "stderr.txt")
-        self.lines = []
-        self.base = self.admin_base = None
-
-    # ---- life cycle ----
-
-    def write_files(self):
-        for name, profile in self.profiles.items():
-            path = os.path.join(self.tmp.name, "profiles", name + ".json")
-            os.makedirs(os.path.dirname(path), exist_ok=True)
-            with open(path, "w") as f:
-                f.write(profile if isinstance(profile, str) else json.dumps(profile))
-        path = os.path.join(self.tmp.name, "config.json")
-        with open(path, "w") as f:
-            f.write(self.config if isinstance(self.config, str) else json.dumps(self.config))
-        return path
-
-    def command(self):
+    def __init__(self, config=None, profiles=None, args=(), use_config=True):
         if not GATEWAY:
             raise unittest.SkipTest("KORVA_GATEWAY is not set")
-        command = [GATEWAY]
-        if self.use_config:
-            command += ["--config", self.write_files()]
-        command += ["--listen", "127.0.0.1:0", "--admin-listen", "127.0.0.1:0"]
-        if PLUGIN:
-            command += ["--plugin", PLUGIN]
-        return command + self.args
+        self.tmp = tempfile.TemporaryDirectory(prefix="korva-e2e-")
+        self.config_path = os.path.join(self.tmp.name, "config.json")
+        self.command = [GATEWAY]
+        if use_config:
+            for name, profile in (profiles or {}).items():
+                self._write("profiles/%s.json" % name, profile)
+            self._write("config.json", config if config is not None else make_config())
+            self.command += ["--config", self.config_path]
+        self.command += ["--listen", "127.0.0.1:0", "--admin-listen", "127.0.0.1:0"]
+        self.command += (["--plugin", PLUGIN] if PLUGIN else []) + list(args)
+        self.process = None
+
+    def _write(self, name, content):
+        path = os.path.join(self.tmp.name, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "w") as f:
+            f.write(content if isinstance(content, str) else json.dumps(content))
 
     def launch(self):
-        """Starts the process without waiting for it."""
-        command = self.command()
-        with open(self.stdout_path, "wb") as out, open(self.stderr_path, "wb") as err:
-            self.process = subprocess.Popen(command, stdout=out, stderr=err,
+        with open(self._path("stdout"), "wb") as out, open(self._path("stderr"), "wb") as err:
+            self.process = subprocess.Popen(self.command, stdout=out, stderr=err,
                                             stdin=subprocess.DEVNULL)
         return self
 
@@ -106,15 +89,13 @@ class Gateway:
         self.launch()
         deadline = time.monotonic() + timeout
         while time.monotonic() < deadline:
-            lines = self.read_stdout()
+            lines = self.stdout_lines()
             if lines:
                 match = LISTENING.match(lines[0])
-                if not match:
-                    raise AssertionError("unexpected first line: %r" % lines[0])
-                self.base = "http://%s:%s" % (match.group(1), match.group(2))
-                self.admin_base = "http://%s:%s" % (match.group(3), match.group(4))
+                assert match, "unexpected first line: %r" % lines[0]
+                self.base = "http://%s:%s" % match.group(1, 2)
+                self.admin_base = "http://%s:%s" % match.group(3, 4)
                 self.port = int(match.group(2))
-                self.admin_port = int(match.group(4))
                 return self
             if self.process.poll() is not None:
                 raise AssertionError("gateway exited with %d: %s"
@@ -122,21 +103,14 @@ class Gateway:
             time.sleep(0.02)
         raise AssertionError("no listening line within %ss" % timeout)
 
-    def wait_exit(self, timeout=60):
-        """The exit status of a process that stops by itself (bad configuration)."""
-        return self.process.wait(timeout)
-
     def stop(self, timeout=60):
-        """SIGTERM, then the exit status and stderr."""
+        """SIGTERM, then (exit status, stderr)."""
         if self.process.poll() is None:
             self.process.send_signal(signal.SIGTERM)
         try:
-            code = self.process.wait(timeout)
+            return self.process.wait(timeout), self.stderr()
         except subprocess.TimeoutExpired:
-            self.process.kill()
-            self.process.wait()
             raise AssertionError("gateway did not stop within %ss after SIGTERM" % timeout)
-        return code, self.stderr()
 
     def cleanup(self):
         if self.process and self.process.poll() is None:
@@ -144,13 +118,15 @@ class Gateway:
             self.process.wait()
         self.tmp.cleanup()
 
-    def read_stdout(self):
-        with open(self.stdout_path, "rb") as f:
-            text = f.read().decode("utf-8", "replace")
-        return [line for line in text.split("\n")[:-1]]
+    def _path(self, name):
+        return os.path.join(self.tmp.name, name + ".txt")
+
+    def stdout_lines(self):
+        with open(self._path("stdout"), "rb") as f:
+            return f.read().decode("utf-8", "replace").split("\n")[:-1]
 
     def stderr(self):
-        with open(self.stderr_path, "rb") as f:
+        with open(self._path("stderr"), "rb") as f:
             return f.read().decode("utf-8", "replace")
 
     # ---- clients ----
@@ -163,15 +139,13 @@ class Gateway:
         s.auth = HTTPDigestAuth(user, password)
         return s
 
-    def get(self, path, user=USER, password=PASSWORD, **kwargs):
-        kwargs.setdefault("timeout", 30)
-        with self.session(user, password) as session:
-            return session.get(self.url(path), **kwargs)
-
     def request(self, method, path, body=None, user=USER, password=PASSWORD, **kwargs):
         kwargs.setdefault("timeout", 30)
         with self.session(user, password) as session:
             return session.request(method, self.url(path), data=body, **kwargs)
+
+    def get(self, path, user=USER, password=PASSWORD, **kwargs):
+        return self.request("GET", path, None, user, password, **kwargs)
 
     def admin(self, method, path, body=None):
         """(status, parsed JSON or text) of an admin API call."""
@@ -186,6 +160,9 @@ class Gateway:
         assert status == 200, state
         return state
 
+    def open_connections(self):
+        return self.state()["connections"]["open"]
+
     def wait_for(self, predicate, timeout=15, interval=0.05):
         """Polls predicate() until it is true; its last value."""
         deadline = time.monotonic() + timeout
@@ -195,22 +172,9 @@ class Gateway:
             value = predicate()
         return value
 
-    def open_connections(self):
-        return self.state()["connections"]["open"]
-
-
-def sanitizer_report(stderr):
-    match = SANITIZER_REPORT.search(stderr)
-    if not match:
-        return None
-    start = max(0, match.start() - 200)
-    return stderr[start:start + 4000]
-
 
 class GatewayTestCase(unittest.TestCase):
     """One gateway per class, from config() and profiles(); stopped cleanly at the end."""
-
-    gateway = None
 
     @classmethod
     def config(cls):
@@ -231,24 +195,19 @@ class GatewayTestCase(unittest.TestCase):
 
     @classmethod
     def tearDownClass(cls):
-        gateway = cls.gateway
         try:
-            code, stderr = gateway.stop()
+            code, stderr = cls.gateway.stop()
         finally:
-            gateway.cleanup()
+            cls.gateway.cleanup()
         report = sanitizer_report(stderr)
-        if report:
-            raise AssertionError("sanitizer report:\n" + report)
-        if code != 0:
-            raise AssertionError("gateway exited with %d:\n%s" % (code, stderr[-4000:]))
+        assert not report, "sanitizer report:\n" + report
+        assert code == 0, "gateway exited with %d:\n%s" % (code, stderr[-4000:])
 
 
-# ---- raw HTTP helpers (for what requests hides: limits, vanishing clients, streams) ----
+# ---- raw HTTP (for what requests hides: limits, vanishing clients, streams) ----
 
-def digest_authorization(method, uri, challenge, user=USER, password=PASSWORD, nc=1,
-                         cnonce="0a4f113b"):
+def digest_authorization(method, uri, challenge, user=USER, password=PASSWORD):
     """The Authorization value answering a 'Digest ...' challenge (MD5 or SHA-256, qop auth)."""
-    import hashlib
     fields = dict(re.findall(r'(\w+)="?([^",]*)"?', challenge))
     algorithm = fields.get("algorithm", "MD5")
     digest = hashlib.sha256 if algorithm.upper().startswith("SHA-256") else hashlib.md5
@@ -257,40 +216,30 @@ def digest_authorization(method, uri, challenge, user=USER, password=PASSWORD, n
         return digest(text.encode()).hexdigest()
 
     ha1 = h("%s:%s:%s" % (user, fields["realm"], password))
-    ha2 = h("%s:%s" % (method, uri))
-    count = "%08x" % nc
-    response = h("%s:%s:%s:%s:auth:%s" % (ha1, fields["nonce"], count, cnonce, ha2))
-    value = ('Digest username="%s", realm="%s", nonce="%s", uri="%s", qop=auth, nc=%s, '
-             'cnonce="%s", response="%s"' % (user, fields["realm"], fields["nonce"], uri, count,
-                                              cnonce, response))
-    if "algorithm" in fields:
-        value += ", algorithm=%s" % algorithm
-    return value
+    response = h("%s:%s:00000001:0a4f113b:auth:%s" % (ha1, fields["nonce"],
+                                                      h("%s:%s" % (method, uri))))
+    value = ('Digest username="%s", realm="%s", nonce="%s", uri="%s", qop=auth, nc=00000001, '
+             'cnonce="0a4f113b", response="%s"' % (user, fields["realm"], fields["nonce"], uri,
+                                                    response))
+    return value + (", algorithm=%s" % algorithm if "algorithm" in fields else "")
 
 
 def raw_connect(gateway, timeout=10):
-    s = socket.create_connection(("127.0.0.1", gateway.port), timeout=timeout)
-    return s
+    return socket.create_connection(("127.0.0.1", gateway.port), timeout=timeout)
 
 
-def read_head(sock, limit=65536):
-    """Reads up to the end of an answer head; (status, headers dict lower-cased, rest bytes)."""
+def read_head(sock):
+    """Reads up to the end of an answer head; (status, lower-cased headers, rest bytes)."""
     data = b""
     while b"\r\n\r\n" not in data:
         chunk = sock.recv(4096)
         if not chunk:
             raise ConnectionError("closed before the head ended: %r" % data[:200])
         data += chunk
-        if len(data) > limit:
-            raise AssertionError("head too long")
     head, _, rest = data.partition(b"\r\n\r\n")
     lines = head.decode("latin-1").split("\r\n")
-    status = int(lines[0].split(" ")[1])
-    headers = {}
-    for line in lines[1:]:
-        name, _, value = line.partition(":")
-        headers[name.strip().lower()] = value.strip()
-    return status, headers, rest
+    headers = {n.strip().lower(): v.strip() for n, _, v in (l.partition(":") for l in lines[1:])}
+    return int(lines[0].split(" ")[1]), headers, rest
 
 
 def read_answer(sock):
@@ -307,31 +256,35 @@ def read_answer(sock):
 
 def raw_request(method, path, headers=None, body=b""):
     lines = ["%s %s HTTP/1.1" % (method, path), "Host: 127.0.0.1"]
-    for name, value in (headers or {}).items():
-        lines.append("%s: %s" % (name, value))
+    lines += ["%s: %s" % item for item in (headers or {}).items()]
     if body:
         lines.append("Content-Length: %d" % len(body))
     return ("\r\n".join(lines) + "\r\n\r\n").encode() + body
 
 
-def authorized_request(gateway, sock, method, path, body=b""):
-    """Sends an authenticated request on a raw socket (one 401 round first); the final answer
-    is left unread."""
-    sock.sendall(raw_request(method, path, body=body))
+def authorized_request(gateway, method, path, user=USER, password=PASSWORD):
+    """A raw socket on which an authenticated request was sent after one 401 round; the final
+    answer is left unread."""
+    sock = raw_connect(gateway)
+    sock.sendall(raw_request(method, path))
     status, headers, _ = read_answer(sock)
     assert status == 401, status
-    authorization = digest_authorization(method, path, headers["www-authenticate"])
-    sock.sendall(raw_request(method, path, {"Authorization": authorization}, body))
+    authorization = digest_authorization(method, path, headers["www-authenticate"], user,
+                                         password)
+    sock.sendall(raw_request(method, path, {"Authorization": authorization}))
+    return sock
 
 
 class AlertStream:
-    """An open alert stream on a raw socket; parts() reads multipart parts."""
+    """An open alert stream on a raw socket, read part by part."""
 
     PATH = "/KORVA/Event/notification/alertStream"
+    PART_HEAD = re.compile(
+        rb'--boundary\r\nContent-Type: application/xml; charset="UTF-8"\r\n'
+        rb'Content-Length: (0|[1-9][0-9]*)\r\n\r\n')
 
-    def __init__(self, gateway, timeout=15):
-        self.sock = raw_connect(gateway, timeout)
-        authorized_request(gateway, self.sock, "GET", self.PATH)
+    def __init__(self, gateway, user=USER, password=PASSWORD):
+        self.sock = authorized_request(gateway, "GET", self.PATH, user, password)
         self.status, self.headers, self.buffer = read_head(self.sock)
 
     def _fill(self, n):
@@ -341,18 +294,20 @@ class AlertStream:
                 raise ConnectionError("stream closed")
             self.buffer += chunk
 
-    def next_part(self):
-        """The next part's document text (raises socket.timeout when none comes)."""
-        while b"\r\n\r\n" not in self.buffer:
+    def raw_part(self):
+        """The next part exactly as sent: (head bytes, document bytes); nothing may come
+        between parts."""
+        while not self.PART_HEAD.match(self.buffer):
+            assert len(self.buffer) < 200, "not a part head: %r" % self.buffer[:200]
             self._fill(len(self.buffer) + 1)
-        head, _, rest = self.buffer.partition(b"\r\n\r\n")
-        lines = head.decode("latin-1").split("\r\n")
-        assert lines[0] == "--boundary", lines
-        length = int([l for l in lines if l.startswith("Content-Length: ")][0].split(": ")[1])
-        self.buffer = rest
-        self._fill(length)
-        document, self.buffer = self.buffer[:length], self.buffer[length:]
-        return document.decode("utf-8")
+        match = self.PART_HEAD.match(self.buffer)
+        end = match.end() + int(match.group(1))
+        self._fill(end)
+        part, self.buffer = self.buffer[:end], self.buffer[end:]
+        return part[:match.end()], part[match.end():]
+
+    def next_part(self):
+        return self.raw_part()[1].decode("utf-8")
 
     def next_alarm(self):
         """The next part that is not a heartbeat."""

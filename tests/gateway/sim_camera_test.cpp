@@ -47,7 +47,6 @@ TEST(SimCamera, AnswersEachRouteWithItsPayloadOrStatus) {
         {0, "/KORVA/System/Video/inputs/channels", "", "VideoInputChannelList", 0},
         {0, "/KORVA/Streaming/channels", "", "StreamingChannelList", 0},
         {0, "/KORVA/Streaming/channels/203", "", "StreamingChannel", 0},
-        {0, "/KORVA/Streaming/channels/1/capabilities", "", "StreamingChannel", 0},
         {0, "/KORVA/Streaming/channels/102/capabilities", "", "StreamingChannel", 0},
         {0, "/KORVA/Smart/capabilities", "", "SmartCap", 0},
         {0, "/KORVA/System/IO", "", "IOPortList", 0},
@@ -55,9 +54,7 @@ TEST(SimCamera, AnswersEachRouteWithItsPayloadOrStatus) {
         {1, "/KORVA/System/IO/outputs/1/trigger", R"({"IOPortData":{"outputState":"high"}})", "",
          kOk},
         {1, "/KORVA/PTZCtrl/channels/1/homeposition/goto", "", "", kOk},
-        {1, "/KORVA/PTZCtrl/channels/1/presets/1/goto", "", "", kOk},
         {0, "/KORVA/Streaming/channels/104", "", "", kInvalidChannel},
-        {0, "/KORVA/Streaming/channels/3/capabilities", "", "", kInvalidChannel},
         {1, "/KORVA/System/IO/outputs/2/trigger", R"({"IOPortData":{"outputState":"high"}})", "",
          kInvalidChannel},
         {1, "/KORVA/System/IO/outputs/1/trigger", "null\n", "", kBadJsonContent},
@@ -69,7 +66,6 @@ TEST(SimCamera, AnswersEachRouteWithItsPayloadOrStatus) {
         {3, "/KORVA/PTZCtrl/channels/1/presets/99", "", "", kIdNotExist},
         {2, "/KORVA/System/deviceInfo", "", "", kMethodNotAllowed},
         {0, "/KORVA/System/deviceInfo/", "", "", kNotSupport},
-        {0, "/KORVA/Nothing", "", "", kNotSupport},
         {0, "/KORVA/Streaming/channels/abc", "", "", kNotSupport},
     };
     for (const Case& c : cases) {
@@ -95,15 +91,12 @@ TEST(SimCamera, StreamingChannelPutKeepsValidChangesAndRefusesOthers) {
     };
     const Case cases[] = {
         {R"({"videoResolutionWidth":1280,"videoResolutionHeight":720})", 0},
-        {R"({"maxFrameRate":5000,"constantBitRate":8192,"keyFrameInterval":400})", 0},
         {R"({"videoCodecType":"MJPEG"})", kBeyondRangeLimit},
         {R"({"videoResolutionWidth":1000})", kBeyondRangeLimit},
         {R"({"maxFrameRate":2400})", kBeyondRangeLimit},
-        {R"({"constantBitRate":511})", kBeyondRangeLimit},
         {R"({"keyFrameInterval":0})", kBeyondRangeLimit},
         {R"({"fixedQuality":50})", kBeyondRangeLimit},
         {R"({"videoResolutionWidth":"1280"})", kBadParameters},
-        {R"({"enabled":"true"})", kBadParameters},
         {R"({"videoInputChannelID":"2"})", kBadParameters},
     };
     for (const Case& c : cases) {
@@ -132,10 +125,8 @@ TEST(SimCamera, StreamingChannelPutRefusesBodiesThatAreNotAChannel) {
     SimCamera camera("cam-1", 1700000000);
     const std::pair<const char*, int> cases[] = {
         {"not json", kBadJsonFormat},
-        {"null", kBadJsonContent},
         {R"({"StreamingChannel":[]})", kBadJsonContent},
         {R"({"StreamingChannel":{"id":"102"}})", kBadParameters},
-        {R"({"StreamingChannel":{"Video":[]}})", kBadParameters},
         {R"({"StreamingChannel":{"Transport":{"ControlProtocolList":{}}}})", kBadParameters},
         {R"({"StreamingChannel":{"Transport":{"ControlProtocolList":[{"ControlProtocol":{"streamingTransport":"UDP"}}]}}})",
          kBeyondRangeLimit},
@@ -177,21 +168,6 @@ TEST(SimCamera, ContinuousMoveChecksSpeeds) {
         EXPECT_EQ(errorCodeOf(camera.answer(request(1, path, body))), static_cast<int>(code))
             << body;
     }
-}
-
-TEST(SimCamera, StreamListHoldsEveryStreamOfBothInputsInOrder) {
-    SimCamera camera("cam-1", 1700000000);
-    const Json::Value list =
-        parsed(camera.answer(request(0, "/KORVA/Streaming/channels")))["StreamingChannelList"];
-    std::vector<std::string> ids;
-    for (const auto& entry : list) ids.push_back(entry["StreamingChannel"]["id"].asString());
-    EXPECT_EQ(ids, (std::vector<std::string>{"101", "102", "103", "201", "202", "203"}));
-}
-
-TEST(SimCamera, IdentifiersAreStablePerDevice) {
-    EXPECT_EQ(stableUuid("cam-1"), stableUuid("cam-1"));
-    EXPECT_NE(stableUuid("cam-1"), stableUuid("cam-2"));
-    EXPECT_EQ(stableUuid("cam-1").size(), 36u);
 }
 
 }  // namespace
