@@ -75,10 +75,8 @@ TEST(Config, DefaultsAndSnapshots) {
     ASSERT_NE(user, nullptr);
     EXPECT_EQ(user->isActivated(), 1);
     EXPECT_EQ(user->getRealm(), "KORVA Gateway");
-    auto network = QX_GatewayCfgBus_GetAccessProtocol();
-    ASSERT_NE(network, nullptr);
-    EXPECT_EQ(network->getHttpPort(), 80);
-    EXPECT_EQ(network->getExtRtspPort(), 8554);
+    ASSERT_NE(QX_GatewayCfgBus_GetAccessProtocol(), nullptr);
+    EXPECT_EQ(QX_GatewayCfgBus_GetAccessProtocol()->getExtRtspPort(), 8554);
 
     korva::host::setUserConfig(false, "Other");
     EXPECT_EQ(QX_ConfigMgr_GetUserCfg()->isActivated(), 0);

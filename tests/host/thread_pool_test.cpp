@@ -4,8 +4,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <mutex>
-#include <set>
 #include <thread>
 
 #include "host/kvl_thread_pool.h"
