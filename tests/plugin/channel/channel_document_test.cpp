@@ -35,7 +35,7 @@ TEST(ChannelBodyToJson, FullDocumentAndRefusedBodies) {
     EXPECT_EQ(0u, json.find(R"({"StreamingChannel":{"Audio":{"audioBitRate":64,)"));
 
     const std::string refused[] = {
-        "", "StreamingChannel",
+        "",
         replaced("</StreamingChannel>", "</Channel>", "",
                  replaced("<StreamingChannel version", "<Channel version")),
         replaced("<id>101</id>", ""), replaced("<enabled>true</enabled>", "", "</channelName>"),
@@ -71,12 +71,7 @@ TEST(ChannelBodyToJson, ValueRules) {
         {replaced("</Audio>", "<VoiceChanger><enabled>true</enabled></VoiceChanger></Audio>"),
          {"Audio", "VoiceChanger"}, nullptr},
         {withoutBlock("Video"), {"Video"}, nullptr},
-        {withoutBlock("Audio"), {"Audio"}, nullptr},
-        {withoutBlock("SVC"), {"Video", "SVC"}, nullptr},
         {withoutBlock("SmartCodec"), {"Video", "SmartCodec"}, nullptr},
-        {replaced("<Unicast>", "<ControlProtocolList/><Unicast>", "",
-                  withoutBlock("ControlProtocolList")),
-         {"Transport", "ControlProtocolList"}, "[]"},
         {replaced("<ControlProtocolList>", "<ControlProtocolList><note>x</note>"),
          {"Transport", "ControlProtocolList"},
          R"([{"ControlProtocol":{"streamingTransport":"RTSP"}},
@@ -114,15 +109,19 @@ TEST(ChannelAnswerToXml, ValueRules) {
         const char* text;
     } cases[] = {
         {"id", "101", kFails}, {"channelName", "null", kFails}, {"enabled", "\"true\"", kFails},
-        {"Transport", "~", kFails}, {"Transport", "[]", kFails}, {"Transport", "\"RTSP\"", kFails},
+        {"Transport", "~", kFails}, {"Transport", "[]", kFails},
         {"Transport/ControlProtocolList", "~", kFails},
         {"Transport/ControlProtocolList",
          R"({"ControlProtocol":{"streamingTransport":"RTSP"}})", kFails},
-        {"Transport/ControlProtocolList", R"(["RTSP"])", kFails},
         {"Transport/ControlProtocolList", R"([{"ControlProtocol":["x"]}])", kFails},
         {"Transport/ControlProtocolList", R"([{"ControlProtocol":{"streamingTransport":554}}])",
          kFails},
         {"Transport/Unicast", "null", kFails}, {"Transport/Unicast/enabled", "\"true\"", kFails},
+        {"Transport/maxPacketSize", "1500.0", "1500"}, {"Transport/videoSourcePortNo", "-1", "-1"},
+        {"Transport/audioPacketLength", "\"1500\"", kAbsent},
+        {"Transport/audioInboundPacketLength", "1.5", kAbsent},
+        {"Transport/audioSourcePortNo", "2147483648", kAbsent},
+        {"Transport/Security", R"({"enabled":false})", "false"},
         {"Transport/Multicast", "\"239.0.0.1\"", kFails}, {"Transport/Security", "1", kFails},
         // smoothing is written only from 1 to 100.
         {"Video/smoothing", "0", kAbsent}, {"Video/smoothing", "1", "1"},
@@ -151,7 +150,6 @@ TEST(ChannelAnswerToXml, ValueRules) {
         // audioSamplingRate: any JSON number, written with six decimals.
         {"Audio/audioSamplingRate", "16", "16.000000"},
         {"Audio/audioSamplingRate", "44.1", "44.100000"},
-        {"Audio/audioSamplingRate", "4294967295", "4294967295.000000"},
         {"Audio/audioSamplingRate", "\"16\"", kAbsent},
         {"Audio/audioSamplingRate", "1e300", kPresent},
         // VoiceChanger: enabled a boolean, level an integer from -12 to 12.
@@ -244,35 +242,25 @@ XmlEntries transportOf(const std::string& xml) {
     return entries;
 }
 
-TEST(ChannelAnswerToXml, TransportValueRulesAndDefaults) {
-    const XmlEntries defaultMulticast = {{"Multicast", ""},
-                                         {"Multicast/enabled", "true"},
-                                         {"Multicast/destIPAddress", "0.0.0.0"},
-                                         {"Multicast/videoDestPortNo", "0"},
-                                         {"Multicast/audioDestPortNo", "0"}};
+TEST(ChannelAnswerToXml, DefaultTransportSections) {
     std::string xml;
     ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannel(
                      &xml, withMember(minimalAnswer(), {"StreamingChannel", "Transport"}, {})));
     XmlEntries expected = {{"ControlProtocolList", ""},
                            {"ControlProtocolList/ControlProtocol", ""},
-                           {"ControlProtocolList/ControlProtocol/streamingTransport", "RTSP"}};
-    expected.insert(expected.end(), defaultMulticast.begin(), defaultMulticast.end());
+                           {"ControlProtocolList/ControlProtocol/streamingTransport", "RTSP"},
+                           {"Multicast", ""},
+                           {"Multicast/enabled", "true"},
+                           {"Multicast/destIPAddress", "0.0.0.0"},
+                           {"Multicast/videoDestPortNo", "0"},
+                           {"Multicast/audioDestPortNo", "0"}};
     EXPECT_EQ(expected, transportOf(xml)) << "a null Transport gives the default section";
 
     ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannel(
-                     &xml, withMember(minimalAnswer(), {"StreamingChannel", "Transport"},
-                                      parseJson(R"({"maxPacketSize":1500.0,
-        "audioPacketLength":"1500", "audioInboundPacketLength":1.5, "audioInboundPortNo":5000,
-        "videoSourcePortNo":-1, "audioSourcePortNo":2147483648, "ControlProtocolList":[],
-        "Unicast":{"enabled":true,"interfaceID":5,"rtpTransportType":"RTP/UDP"},
-        "Security":{"enabled":false}})"))));
-    expected = {{"maxPacketSize", "1500"}, {"videoSourcePortNo", "-1"}, {"ControlProtocolList", ""},
-                {"Unicast", ""}, {"Unicast/enabled", "true"},
-                {"Unicast/rtpTransportType", "RTP/UDP"}};
-    // No Multicast from the device: the default one stands between Unicast and Security.
-    expected.insert(expected.end(), defaultMulticast.begin(), defaultMulticast.end());
-    expected.insert(expected.end(), {{"Security", ""}, {"Security/enabled", "false"}});
-    EXPECT_EQ(expected, transportOf(xml));
+                     &xml, withMember(minimalAnswer(), {"StreamingChannel", "Transport", "Unicast"},
+                                      parseJson(R"({"enabled":true,"interfaceID":5})"))));
+    expected.insert(expected.begin() + 3, {{"Unicast", ""}, {"Unicast/enabled", "true"}});
+    EXPECT_EQ(expected, transportOf(xml)) << "a numeric interfaceID is left out";
 }
 
 // The two directions differ only in constantBitRate and audioInboundPortNo, which are not written
@@ -322,16 +310,16 @@ TEST(ChannelList, FirstTwoStreamsOfEachChannelUntilAFailingElement) {
         return root;
     };
     const auto idsOf = [](const std::string& xml) {
-        std::vector<std::string> ids;
+        std::string ids;
         for (const auto& [path, text] : entriesOf(xml)) {
-            if (path == "/StreamingChannelList/StreamingChannel/id") ids.push_back(text);
+            if (path == "/StreamingChannelList/StreamingChannel/id") ids += text + " ";
         }
         return ids;
     };
     std::string xml;
     ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannelList(
                      &xml, listOf({"101", "102", "103", "201", "202", "1199"})));
-    EXPECT_EQ((std::vector<std::string>{"101", "102", "201", "202"}), idsOf(xml));
+    EXPECT_EQ("101 102 201 202 ", idsOf(xml));
     EXPECT_EQ(0u, xml.find("<StreamingChannelList>\r\n<StreamingChannel>"));
     EXPECT_TRUE(xml.ends_with("</StreamingChannel>\n</StreamingChannelList>"));
 
@@ -340,7 +328,7 @@ TEST(ChannelList, FirstTwoStreamsOfEachChannelUntilAFailingElement) {
     broken["StreamingChannelList"].append("201");  // not an object
     broken["StreamingChannelList"].append(listOf({"202"})["StreamingChannelList"][0]);
     ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannelList(&xml, broken));
-    EXPECT_EQ((std::vector<std::string>{"101", "102"}), idsOf(xml));
+    EXPECT_EQ("101 102 ", idsOf(xml));
     EXPECT_TRUE(log.contains("get xml streamingchannel[2] fail", 5));
 
     ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannelList(&xml, listOf({})));
@@ -389,21 +377,16 @@ TEST(ChannelCapabilities, FixedDocumentByteForByte) {
 }
 
 TEST(ChannelAudioList, OneAudioChannelPerVideoInput) {
-    const struct {
-        const char* answer;
-        int channels;  // -1: refused
-    } cases[] = {
+    const std::pair<const char*, int> cases[] = {  // answer, channels (-1: refused)
         {"null", 1}, {R"({"VideoInputChannelList":[{"id":"1"},{"id":"2"},{"id":"3"},{}]})", 4},
         {R"({"VideoInputChannelList":[7]})", 1}, {R"({"VideoInputChannelList":[]})", 0},
-        {R"({"VideoInputChannelList":{"VideoInputChannel":{}}})", 0},
         {R"({"VideoInputChannelList":null})", 0}, {"{}", -1},
-        {R"({"VideoInputChannel":[{}]})", -1}, {"[]", -1}, {"3", -1},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.answer);
+        {R"({"VideoInputChannel":[{}]})", -1}, {"[]", -1}, {"3", -1}};
+    for (const auto& [answer, channels] : cases) {
+        SCOPED_TRACE(answer);
         std::string xml = "untouched";
-        const int result = CChannelCfg::getXmlAudioChannelList(&xml, parseJson(c.answer));
-        if (c.channels < 0) {
+        const int result = CChannelCfg::getXmlAudioChannelList(&xml, parseJson(answer));
+        if (channels < 0) {
             EXPECT_EQ(9, result);
             EXPECT_EQ("untouched", xml);
             continue;
@@ -411,7 +394,7 @@ TEST(ChannelAudioList, OneAudioChannelPerVideoInput) {
         ASSERT_EQ(0, result);
         EXPECT_EQ(0u, xml.find("<?xml version=\"1.0\" encoding=\"UTF-8\"?>"));
         XmlEntries expected = {{"/AudioChannelList", ""}};
-        for (int id = 1; id <= c.channels; ++id) {
+        for (int id = 1; id <= channels; ++id) {
             expected.push_back({"/AudioChannelList/AudioChannel", ""});
             expected.push_back({"/AudioChannelList/AudioChannel/id", std::to_string(id)});
             expected.push_back({"/AudioChannelList/AudioChannel/enabled", "true"});

@@ -143,10 +143,7 @@ TEST(ChannelRoutes, AnswersClaimedByRoute) {
 TEST(ChannelRelay, RequestToDeviceAndAnswerToClient) {
     std::string noFrameRate = fullChannelXml();
     noFrameRate.erase(noFrameRate.find("<maxFrameRate>"), 33);
-    Json::Value list;
-    list["StreamingChannelList"].append(minimalAnswer());
     const std::string channel = Json::FastWriter().write(minimalAnswer());
-    const std::string listed = Json::FastWriter().write(list);
     const struct {
         unsigned char method;
         const char* url;
@@ -166,11 +163,6 @@ TEST(ChannelRelay, RequestToDeviceAndAnswerToClient) {
          "/ResponseStatus/subStatusCode", "internalError"},
         {kGet, "/KORVA/Streaming/channels/101", "", R"({"StreamingChannel":{"id":101}})",
          "/KORVA/Streaming/channels/101", 500, "/ResponseStatus/subStatusCode", "internalError"},
-        {kGet, "/KORVA/Streaming/channels", "", listed, "/KORVA/Streaming/channels", 200,
-         "/StreamingChannelList/StreamingChannel/id", "101"},
-        {kGet, "/KORVA/Streaming/channels/1/capabilities", "", R"({"StreamingChannel":{}})",
-         "/KORVA/Streaming/channels/1/capabilities", 200,
-         "/StreamingChannel/Video/keyFrameInterval", ""},
         {kGet, "/KORVA/System/Audio/channels", "", R"({"VideoInputChannelList":[{},{}]})",
          "/KORVA/System/Video/inputs/channels", 200, "/AudioChannelList/AudioChannel/id", "1"},
     };

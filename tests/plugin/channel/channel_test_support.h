@@ -6,7 +6,6 @@
 #include <json/reader.h>
 #include <json/value.h>
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -17,13 +16,8 @@
 namespace channel_test {
 
 inline Json::Value parseJson(const std::string& text) {
-    Json::CharReaderBuilder builder;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value value;
-    std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
-        ADD_FAILURE() << "bad JSON in test: " << errors << "\n" << text;
-    }
+    EXPECT_TRUE(Json::Reader().parse(text, value)) << "bad JSON in test:\n" << text;
     return value;
 }
 
@@ -42,13 +36,12 @@ inline Json::Value withMember(Json::Value root, const MemberPath& path, Json::Va
 }
 
 inline Json::Value withoutMember(Json::Value root, const MemberPath& path) {
-    MemberPath parent(path.begin(), path.end() - 1);
-    at(root, parent).removeMember(path.back());
+    at(root, MemberPath(path.begin(), path.end() - 1)).removeMember(path.back());
     return root;
 }
 
-// Every element of an XML text as ("/Root/Child/...", text) in document order; text is "" for
-// an element without text. nullopt when the text does not parse.
+// Every element of an XML text as ("/Root/Child/...", text) in document order; nullopt when the
+// text does not parse.
 using XmlEntries = std::vector<std::pair<std::string, std::string>>;
 
 inline void flattenLevel(QXBase::CXmlBase& xml, const std::string& prefix, XmlEntries* out) {
@@ -69,7 +62,6 @@ inline std::optional<XmlEntries> flatten(const std::string& text) {
     return entries;
 }
 
-// The entries of a text that must parse (a test failure otherwise).
 inline XmlEntries entriesOf(const std::string& text) {
     auto entries = flatten(text);
     if (!entries) ADD_FAILURE() << "not XML:\n" << text;
@@ -78,9 +70,7 @@ inline XmlEntries entriesOf(const std::string& text) {
 
 // Text of the first element at path, nullopt when there is none.
 inline std::optional<std::string> textAt(const std::string& xmlText, const std::string& path) {
-    const auto entries = flatten(xmlText);
-    if (!entries) return std::nullopt;
-    for (const auto& [entryPath, text] : *entries) {
+    for (const auto& [entryPath, text] : flatten(xmlText).value_or(XmlEntries{})) {
         if (entryPath == path) return text;
     }
     return std::nullopt;
