@@ -1,9 +1,7 @@
-"""Runs korva-gateway for end-to-end tests.
+"""Runs korva-gateway (KORVA_GATEWAY, with the plug-in KORVA_PLUGIN) for end-to-end tests.
 
-Gateway(config, profiles) writes the configuration and device profiles into a temporary folder,
-starts the gateway on free ports and reads the listening line. GatewayTestCase runs one gateway
-per class and fails the class when it does not exit 0 on SIGTERM or a sanitizer reported
-anything. Environment: KORVA_GATEWAY (the executable) and KORVA_PLUGIN (the plug-in library).
+GatewayTestCase starts one gateway per class from its `config` and `profiles` on free ports, and
+fails the class when it does not exit 0 on SIGTERM or a sanitizer reported anything.
 """
 
 import hashlib
@@ -36,9 +34,8 @@ def make_config(users=None, devices=None, **members):
         "realm": "KORVA Gateway", "activated": True, "logLevel": 4,
         "auth": {"algorithm": "MD5", "maxAttempts": 5, "lockSeconds": 180,
                  "nonceLifetimeSeconds": 300},
-        "users": users if users is not None else [
-            {"name": USER, "password": PASSWORD, "device": "cam-1"}],
-        "devices": devices if devices is not None else [{"devIndex": "cam-1"}],
+        "users": users or [{"name": USER, "password": PASSWORD, "device": "cam-1"}],
+        "devices": devices or [{"devIndex": "cam-1"}],
     }
     config.update(members)
     return config
@@ -79,8 +76,13 @@ class Gateway:
         with open(path, "w") as f:
             f.write(content if isinstance(content, str) else json.dumps(content))
 
+    def _read(self, name):
+        with open(os.path.join(self.tmp.name, name + ".txt"), "rb") as f:
+            return f.read().decode("utf-8", "replace")
+
     def launch(self):
-        with open(self._path("stdout"), "wb") as out, open(self._path("stderr"), "wb") as err:
+        with open(os.path.join(self.tmp.name, "stdout.txt"), "wb") as out, \
+                open(os.path.join(self.tmp.name, "stderr.txt"), "wb") as err:
             self.process = subprocess.Popen(self.command, stdout=out, stderr=err,
                                             stdin=subprocess.DEVNULL)
         return self
@@ -88,29 +90,23 @@ class Gateway:
     def start(self, timeout=30):
         self.launch()
         deadline = time.monotonic() + timeout
-        while time.monotonic() < deadline:
-            lines = self.stdout_lines()
-            if lines:
-                match = LISTENING.match(lines[0])
-                assert match, "unexpected first line: %r" % lines[0]
-                self.base = "http://%s:%s" % match.group(1, 2)
-                self.admin_base = "http://%s:%s" % match.group(3, 4)
-                self.port = int(match.group(2))
-                return self
-            if self.process.poll() is not None:
-                raise AssertionError("gateway exited with %d: %s"
-                                     % (self.process.returncode, self.stderr()))
+        while not self.stdout_lines():
+            assert self.process.poll() is None, "gateway exited with %d: %s" % (
+                self.process.returncode, self.stderr())
+            assert time.monotonic() < deadline, "no listening line within %ss" % timeout
             time.sleep(0.02)
-        raise AssertionError("no listening line within %ss" % timeout)
+        match = LISTENING.match(self.stdout_lines()[0])
+        assert match, "unexpected first line: %r" % self.stdout_lines()[0]
+        self.base, self.admin_base = "http://%s:%s" % match.group(1, 2), \
+            "http://%s:%s" % match.group(3, 4)
+        self.port = int(match.group(2))
+        return self
 
     def stop(self, timeout=60):
         """SIGTERM, then (exit status, stderr)."""
         if self.process.poll() is None:
             self.process.send_signal(signal.SIGTERM)
-        try:
-            return self.process.wait(timeout), self.stderr()
-        except subprocess.TimeoutExpired:
-            raise AssertionError("gateway did not stop within %ss after SIGTERM" % timeout)
+        return self.process.wait(timeout), self.stderr()
 
     def cleanup(self):
         if self.process and self.process.poll() is None:
@@ -118,18 +114,11 @@ class Gateway:
             self.process.wait()
         self.tmp.cleanup()
 
-    def _path(self, name):
-        return os.path.join(self.tmp.name, name + ".txt")
-
     def stdout_lines(self):
-        with open(self._path("stdout"), "rb") as f:
-            return f.read().decode("utf-8", "replace").split("\n")[:-1]
+        return self._read("stdout").split("\n")[:-1]
 
     def stderr(self):
-        with open(self._path("stderr"), "rb") as f:
-            return f.read().decode("utf-8", "replace")
-
-    # ---- clients ----
+        return self._read("stderr")
 
     def url(self, path):
         return self.base + path
@@ -140,12 +129,11 @@ class Gateway:
         return s
 
     def request(self, method, path, body=None, user=USER, password=PASSWORD, **kwargs):
-        kwargs.setdefault("timeout", 30)
         with self.session(user, password) as session:
-            return session.request(method, self.url(path), data=body, **kwargs)
+            return session.request(method, self.url(path), data=body, timeout=30, **kwargs)
 
-    def get(self, path, user=USER, password=PASSWORD, **kwargs):
-        return self.request("GET", path, None, user, password, **kwargs)
+    def get(self, path, user=USER, password=PASSWORD):
+        return self.request("GET", path, None, user, password)
 
     def admin(self, method, path, body=None):
         """(status, parsed JSON or text) of an admin API call."""
@@ -174,19 +162,14 @@ class Gateway:
 
 
 class GatewayTestCase(unittest.TestCase):
-    """One gateway per class, from config() and profiles(); stopped cleanly at the end."""
+    """One gateway per class; `config` None means make_config()."""
 
-    @classmethod
-    def config(cls):
-        return make_config()
-
-    @classmethod
-    def profiles(cls):
-        return {}
+    config = None
+    profiles = None
 
     @classmethod
     def setUpClass(cls):
-        cls.gateway = Gateway(cls.config(), cls.profiles())
+        cls.gateway = Gateway(cls.config, cls.profiles)
         try:
             cls.gateway.start()
         except BaseException:
@@ -204,24 +187,21 @@ class GatewayTestCase(unittest.TestCase):
         assert code == 0, "gateway exited with %d:\n%s" % (code, stderr[-4000:])
 
 
-# ---- raw HTTP (for what requests hides: limits, vanishing clients, streams) ----
+# ---- raw HTTP, for what requests hides: limits, vanishing clients, streams ----
 
 def digest_authorization(method, uri, challenge, user=USER, password=PASSWORD):
-    """The Authorization value answering a 'Digest ...' challenge (MD5 or SHA-256, qop auth)."""
+    """The Authorization value answering an MD5 'Digest ...' challenge with qop auth."""
     fields = dict(re.findall(r'(\w+)="?([^",]*)"?', challenge))
-    algorithm = fields.get("algorithm", "MD5")
-    digest = hashlib.sha256 if algorithm.upper().startswith("SHA-256") else hashlib.md5
 
     def h(text):
-        return digest(text.encode()).hexdigest()
+        return hashlib.md5(text.encode()).hexdigest()
 
     ha1 = h("%s:%s:%s" % (user, fields["realm"], password))
     response = h("%s:%s:00000001:0a4f113b:auth:%s" % (ha1, fields["nonce"],
                                                       h("%s:%s" % (method, uri))))
-    value = ('Digest username="%s", realm="%s", nonce="%s", uri="%s", qop=auth, nc=00000001, '
-             'cnonce="0a4f113b", response="%s"' % (user, fields["realm"], fields["nonce"], uri,
-                                                    response))
-    return value + (", algorithm=%s" % algorithm if "algorithm" in fields else "")
+    return ('Digest username="%s", realm="%s", nonce="%s", uri="%s", qop=auth, nc=00000001, '
+            'cnonce="0a4f113b", response="%s"' % (user, fields["realm"], fields["nonce"], uri,
+                                                   response))
 
 
 def raw_connect(gateway, timeout=10):

@@ -22,11 +22,9 @@ def alarm(device, **members):
 
 class AlertStreamTest(GatewayTestCase):
 
-    @classmethod
-    def config(cls):
-        return make_config(
-            users=[{"name": "user-" + d, "password": PASSWORD, "device": d} for d in DEVICES],
-            devices=[{"devIndex": d} for d in DEVICES])
+    config = make_config(
+        users=[{"name": "user-" + d, "password": PASSWORD, "device": d} for d in DEVICES],
+        devices=[{"devIndex": d} for d in DEVICES])
 
     def open(self, device):
         stream = AlertStream(self.gateway, "user-" + device, PASSWORD)

@@ -1,6 +1,6 @@
 """Device resources through korva-gateway and its simulated camera: every resource answered,
-streaming channels read and updated, profile overrides of single resources, and device error
-objects as status documents."""
+streaming channels read and updated, profile overrides, device error objects as status
+documents."""
 
 import re
 import xml.etree.ElementTree as ET
@@ -65,10 +65,8 @@ class DeviceResourceCase(GatewayTestCase):
 
 class BuiltInCameraTest(DeviceResourceCase):
 
-    @classmethod
-    def config(cls):
-        return make_config(network={"httpPort": 8000, "httpsPort": 8443, "rtspPort": 10554,
-                                    "httpsEnabled": False, "portMapping": False})
+    config = make_config(network={"httpPort": 8000, "httpsPort": 8443, "rtspPort": 10554,
+                                  "httpsEnabled": False, "portMapping": False})
 
     def test_read_resources(self):
         root = self.document("GET", DEVICE_INFO)
@@ -76,19 +74,19 @@ class BuiltInCameraTest(DeviceResourceCase):
             "deviceName", "deviceID", "deviceDescription", "model", "serialNumber",
             "macAddress", "firmwareVersion", "firmwareReleasedDate", "bootVersion",
             "deviceType"])
-        self.assertEqual([root.find(t).text for t in ("model", "deviceDescription")],
-                         ["QM-VT4407", "IPCamera"])
-        root = self.document("GET", "/KORVA/System/Video/inputs/channels")
-        self.assertEqual([children(c) for c in root], [
-            [("id", "1"), ("inputPort", "1"), ("name", "Camera 01")],
-            [("id", "2"), ("inputPort", "2"), ("name", "Camera 02")]])
         self.assertEqual(self.call("GET", "/KORVA/ContentMgmt/Storage/hdd").text, STORAGE)
         self.assertEqual(self.call("GET", "/KORVA/System/capabilities").text, DEVICE_CAP)
-        root = self.document("GET", "/KORVA/Security/adminAccesses")
-        self.assertEqual([children(p) for p in root], [
-            [("id", "1"), ("enabled", "true"), ("protocol", "HTTP"), ("portNo", "8000")],
-            [("id", "2"), ("enabled", "true"), ("protocol", "RTSP"), ("portNo", "10554")],
-            [("id", "3"), ("enabled", "false"), ("protocol", "HTTPS"), ("portNo", "8443")]])
+        for path, expected in [
+                ("/KORVA/System/Video/inputs/channels",
+                 [[("id", "1"), ("inputPort", "1"), ("name", "Camera 01")],
+                  [("id", "2"), ("inputPort", "2"), ("name", "Camera 02")]]),
+                ("/KORVA/Security/adminAccesses",
+                 [[("id", "1"), ("enabled", "true"), ("protocol", "HTTP"), ("portNo", "8000")],
+                  [("id", "2"), ("enabled", "true"), ("protocol", "RTSP"), ("portNo", "10554")],
+                  [("id", "3"), ("enabled", "false"), ("protocol", "HTTPS"),
+                   ("portNo", "8443")]]),
+                ("/KORVA/Image/channels/1/capabilities", [])]:
+            self.assertEqual([children(c) for c in self.document("GET", path)], expected)
         for path in ("/KORVA/Smart/capabilities", "/KORVA/Smart/capabilities/SmartCap"):
             keys = [t[len("isSupport"):] for t, _ in children(self.document("GET", path))]
             self.assertTrue(keys, path)
@@ -96,39 +94,25 @@ class BuiltInCameraTest(DeviceResourceCase):
         root = self.document("GET", "/KORVA/System/IO")
         self.assertEqual(children(root.find("IOInputPortList/IOInputPort")), [
             ("id", "1"), ("enabled", "true"), ("triggering", "low"), ("name", "Door contact")])
-        self.assertEqual(children(root.find("IOOutputPortList/IOOutputPort")),
-                         [("id", "1"), ("enabled", "true"), ("name", "Siren")])
-        root = self.document("GET", "/KORVA/Image/channels/1/capabilities")
-        self.assertEqual((root.tag, list(root)), ("ImageChannel", []))
         channel = self.document("GET", "/KORVA/PTZCtrl/channels").find("PTZChannel")
-        self.assertEqual(children(channel)[:4], [("id", "1"), ("enabled", "true"),
-                                                 ("serialNumber", "1"), ("videoInputID", "1")])
+        self.assertEqual(children(channel)[:2], [("id", "1"), ("enabled", "true")])
         self.assertEqual(channel.find("PTZRs485Para/baudRate").text, "9600")
 
     def test_commands_and_their_refusals(self):
         trigger = "/KORVA/System/IO/outputs/%d/trigger"
         high = "<IOPortData><outputState>high</outputState></IOPortData>"
         ptz = "/KORVA/PTZCtrl/channels/1"
-        preset = "<PTZPreset><enabled>true</enabled><id>7</id><presetName>Door</presetName>" \
-                 "</PTZPreset>"
+        preset = "<PTZPreset><enabled>true</enabled><id>7</id></PTZPreset>"
         for method, path, body, status, sub_status in [
                 ("PUT", trigger % 1, high, 200, "ok"),
                 ("PUT", trigger % 2, high, 400, "invalidChannel"),
                 ("PUT", trigger % 1, high.replace("high", "High"), 500, "internalError"),
-                ("GET", "/KORVA/Image/channels/9/capabilities", None, 400, "invalidChannel"),
-                ("PUT", ptz + "/continuous", "<PTZData><pan>30</pan><tilt>-10</tilt></PTZData>",
-                 200, "ok"),
                 ("PUT", ptz + "/continuous", "<PTZData><pan>500</pan></PTZData>", 400,
                  "beyondARGSRangeLimit"),
-                ("PUT", ptz + "/continuous", "<Move/>", 500, "internalError"),
                 ("PUT", ptz + "/presets/7", preset, 200, "ok"),
                 ("PUT", ptz + "/presets/7/goto", None, 200, "ok"),
                 ("DELETE", ptz + "/presets/7", None, 200, "ok"),
                 ("PUT", ptz + "/presets/7/goto", None, 403, "IDNotexist"),
-                ("PUT", ptz + "/homeposition/goto", None, 200, "ok"),
-                ("POST", "/KORVA/ContentMgmt/search", "<CMSearchDescription><trackIDList>"
-                 "<trackID>901</trackID></trackIDList></CMSearchDescription>", 400,
-                 "invalidChannel"),
                 ("POST", "/KORVA/ContentMgmt/search", "not xml", 500, "internalError")]:
             self.assert_status(method, path, body, status, sub_status)
         self.call("GET", trigger % 1, status=403)
@@ -138,45 +122,33 @@ class BuiltInCameraTest(DeviceResourceCase):
                          "<CMSearchDescription><searchID>S1</searchID><trackIDList><trackID>102"
                          "</trackID></trackIDList><maxResults>2</maxResults>"
                          "</CMSearchDescription>").text
-        self.assertTrue(text.startswith("<CMSearchResult>"), text)
-        for fragment in ["<searchID>S1</searchID>", "<numOfMatches>2</numOfMatches>",
-                         "<responseStatusStrg>MORE</responseStatusStrg>"]:
-            self.assertIn(fragment, text)
+        self.assertRegex(text, r"(?s)^<CMSearchResult>.*<searchID>S1</searchID>.*"
+                               r"<responseStatusStrg>MORE</responseStatusStrg>.*"
+                               r"<numOfMatches>2</numOfMatches>")
         # The addresses' "&" is written unescaped, so the text is read, not parsed.
-        self.assertNotIn("&amp;", text)
-        uris = re.findall(r"<playbackURI>([^<]*)</playbackURI>", text)
-        self.assertEqual(len(uris), 2, text)
-        for uri in uris:
-            self.assertRegex(uri, r"^rtsp://192\.168\.1\.64:554/KORVA/Streaming/tracks/102"
-                                  r"\?starttime=\d{8}T\d{6}Z&endtime=\d{8}T\d{6}Z$")
-        self.assertEqual(text.count("<metadataDescriptor>recordType.meta.korva-gateway.example"
-                                    "/timing</metadataDescriptor>"), 2)
+        uri = (r"<playbackURI>rtsp://192\.168\.1\.64:554/KORVA/Streaming/tracks/102"
+               r"\?starttime=\d{8}T\d{6}Z&endtime=\d{8}T\d{6}Z</playbackURI>")
+        self.assertEqual(len(re.findall(uri, text)), 2, text)
 
     def test_streaming_channel_numbers_list_capabilities_and_audio(self):
         for path, stream in [("/KORVA/Streaming/channels/1", "101"),
                              ("/Streaming/channels/1", "101"),
-                             ("/KORVA/Streaming/channels/2", "201"),
-                             ("/KORVA/Streaming/channels/101", "101")]:
+                             ("/KORVA/Streaming/channels/2", "201")]:
             root = self.document("GET", path)
             self.assertEqual((root.tag, root.find("id").text), ("StreamingChannel", stream))
-            self.assertEqual(root.find("Transport/ControlProtocolList/ControlProtocol/"
-                                       "streamingTransport").text, "RTSP", path)
         response = self.call("GET", "/KORVA/Streaming/channels")
         self.assertTrue(response.content.startswith(b"<StreamingChannelList>\r\n"))
         self.assertEqual([c.find("id").text for c in ET.fromstring(response.content)],
                          ["101", "102", "201", "202"])
-        for path in ["/KORVA/Streaming/channels/1/capabilities",
-                     "/KORVA/Streaming/channels/102/capabilities"]:
-            response = self.call("GET", path)
-            self.assertNotIn(b"<?xml", response.content)
-            video = ET.fromstring(response.content).find("Video")
-            self.assertEqual([(child.tag, child.attrib) for child in video], CAPABILITIES)
+        response = self.call("GET", "/KORVA/Streaming/channels/1/capabilities")
+        self.assertNotIn(b"<?xml", response.content)
+        video = ET.fromstring(response.content).find("Video")
+        self.assertEqual([(child.tag, child.attrib) for child in video], CAPABILITIES)
         response = self.call("GET", "/KORVA/System/Audio/channels")
         self.assertTrue(response.content.startswith(DECLARATION.encode()))
         self.assertEqual([children(c)[:2] for c in ET.fromstring(response.content)],
                          [[("id", "1"), ("enabled", "true")], [("id", "2"), ("enabled", "true")]])
         for method, path in [("POST", "/KORVA/Streaming/channels/101"),
-                             ("PUT", "/KORVA/Streaming/channels"),
                              ("PUT", "/KORVA/System/Audio/channels")]:
             response = self.gateway.request(method, path, "<x/>")
             self.assertEqual(response.status_code, 403, (method, path))
@@ -185,8 +157,7 @@ class BuiltInCameraTest(DeviceResourceCase):
     def test_streaming_channel_put_shows_in_the_next_get_and_bad_bodies_change_nothing(self):
         path = "/KORVA/Streaming/channels/102"
         root = self.document("GET", path)
-        changes = {"channelName": "Lobby sub stream", "Video/maxFrameRate": "1500",
-                   "Video/keyFrameInterval": "25"}
+        changes = {"channelName": "Lobby sub stream", "Video/maxFrameRate": "1500"}
         for member, value in changes.items():
             root.find(member).text = value
         self.assert_status("PUT", path, ET.tostring(root, encoding="unicode"), 200, "ok")
@@ -204,35 +175,30 @@ class BuiltInCameraTest(DeviceResourceCase):
         self.assertEqual(self.call("GET", path).content, before)
 
 
+DEVICE_ERROR = {"statusCode": 6, "statusString": "Content Error", "errorCode": 0x60000001,
+                "errorMsg": "Incorrect parameter."}
+
+
 class ProfileOverrideTest(DeviceResourceCase):
 
-    @classmethod
-    def config(cls):
-        return make_config(**users_and_devices(
-            ("admin", "Admin12345", "cam-1", {"profile": "profiles/cam-1.json"}),
-            SECOND + ("cam-2", {"profile": "profiles/cam-2.json"})))
-
-    @classmethod
-    def profiles(cls):
-        device_error = {"statusCode": 6, "statusString": "Content Error",
-                        "errorCode": 0x60000001, "errorMsg": "Incorrect parameter."}
-        return {
-            "cam-1": {
-                "resources": {
-                    "GET " + DEVICE_INFO: {"DeviceInfo": {
-                        "deviceName": "Lobby", "deviceID": "77", "serialNumber": "SN77",
-                        "macAddress": "02:00:00:00:00:77", "firmwareVersion": "V9",
-                        "deviceType": "IPDome", "model": "ignored"}},
-                    "GET /KORVA/System/IO": {"IOPortList": {"IOInputPortList": [
-                        {"IOInputPort": {"id": "1", "enable": True}}]}},
-                    "GET /KORVA/Smart/capabilities": {"SmartCap": {
-                        "isSupportLFPD": True, "isSupportROI": False, "vendorFlag": True}},
-                    "GET /KORVA/System/Video/inputs/channels": device_error,
-                },
-                "raw": {"GET /KORVA/PTZCtrl/channels": "this is not JSON"},
+    config = make_config(**users_and_devices(
+        ("admin", "Admin12345", "cam-1", {"profile": "profiles/cam-1.json"}),
+        SECOND + ("cam-2", {"profile": "profiles/cam-2.json"})))
+    profiles = {
+        "cam-1": {
+            "resources": {
+                "GET " + DEVICE_INFO: {"DeviceInfo": {
+                    "deviceName": "Lobby", "deviceID": "77", "serialNumber": "SN77",
+                    "macAddress": "02:00:00:00:00:77", "firmwareVersion": "V9",
+                    "deviceType": "IPDome", "model": "ignored"}},
+                "GET /KORVA/System/IO": {"IOPortList": {"IOInputPortList": [
+                    {"IOInputPort": {"id": "1", "enable": True}}]}},
+                "GET /KORVA/System/Video/inputs/channels": DEVICE_ERROR,
             },
-            "cam-2": {"resources": {"GET " + DEVICE_INFO: device_error}},
-        }
+            "raw": {"GET /KORVA/PTZCtrl/channels": "this is not JSON"},
+        },
+        "cam-2": {"resources": {"GET " + DEVICE_INFO: DEVICE_ERROR}},
+    }
 
     def test_overridden_resources(self):
         self.assertEqual(children(self.document("GET", DEVICE_INFO)), [
@@ -240,8 +206,6 @@ class ProfileOverrideTest(DeviceResourceCase):
             ("model", "QM-VT4407"), ("serialNumber", "SN77"),
             ("macAddress", "02:00:00:00:00:77"), ("firmwareVersion", "V9"),
             ("deviceType", "IPDome")])
-        self.assertEqual(children(self.document("GET", "/KORVA/Smart/capabilities")),
-                         [("isSupportROI", "false"), ("isSupportLFPD", "true")])
         # A port id given as text, and bytes that are not JSON.
         self.assert_status("GET", "/KORVA/System/IO", None, 500, "internalError")
         self.assert_status("GET", "/KORVA/PTZCtrl/channels", None, 500, "internalError")

@@ -67,6 +67,3 @@ class StartupTest(unittest.TestCase):
         finally:
             gateway.cleanup()
 
-
-if __name__ == "__main__":
-    unittest.main()

@@ -56,15 +56,11 @@ class ManyConnectionsTest(GatewayTestCase):
 
 class SilentDeviceTest(GatewayTestCase):
 
-    @classmethod
-    def config(cls):
-        return make_config(**users_and_devices(("admin", "Admin12345", "cam-1", {}),
-                                               ("quiet", "Quiet12345", "quiet-cam",
-                                                {"profile": "profiles/quiet.json"})))
+    config = make_config(**users_and_devices(("admin", "Admin12345", "cam-1", {}),
+                                             ("quiet", "Quiet12345", "quiet-cam",
+                                              {"profile": "profiles/quiet.json"})))
 
-    @classmethod
-    def profiles(cls):
-        return {"quiet": {"silent": ["GET " + DEVICE_INFO]}}
+    profiles = {"quiet": {"silent": ["GET " + DEVICE_INFO]}}
 
     def test_silent_device_answers_503_after_the_timeout_without_blocking_others(self):
         with concurrent.futures.ThreadPoolExecutor(max_workers=24) as pool:
@@ -83,6 +79,3 @@ class SilentDeviceTest(GatewayTestCase):
             self.assertIn("<subStatusCode>deviceBusy</subStatusCode>", answer.text)
         self.assertTrue(9 < elapsed < 30, elapsed)
 
-
-if __name__ == "__main__":
-    unittest.main()

@@ -1,5 +1,5 @@
-// The HTTP server with a scripted plug-in: synchronous, unhandled, asynchronous and stream
-// answers on real loopback sockets, writes from other threads and from I/O threads, limits.
+// The HTTP server with a scripted plug-in on real loopback sockets: what the gateway's own tests
+// cannot force (answers from foreign threads, stalled readers, plug-in exceptions, stopping).
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -30,27 +30,14 @@ Script* script = nullptr;
 
 const char kStreamPart[] = "--boundary\r\nContent-Length: 3\r\n\r\nabc";
 
-int fakeInit() {
-    return 1;
-}
-int fakeUninit() {
-    return 0;
-}
-
 // Answers by path: the test names the behaviour in the URL.
 int fakeProcess(int* handled, std::string* response, int* asyncReply,
                 const ExchangeHolder& holder) {
     const std::string url = holder.exchange->getUrl();
     *handled = 1;
     if (url == "/sync") {
-        holder.exchange->setHead("X-Test", "yes");
         *response = std::string("<a>") + (holder.body ? holder.body : "") + "</a>";
         return 201;
-    }
-    if (url == "/unhandled") {
-        *handled = 0;
-        *response = "{\"errorCode\":1}\n";
-        return -1;
     }
     if (url == "/async") {
         *asyncReply = 1;
@@ -91,8 +78,8 @@ class ServerTest : public ::testing::Test {
         limits.maxBodyBytes = 4096;
         limits.idleTimeout = std::chrono::milliseconds(2000);
         limits.streamWriteWait = std::chrono::milliseconds(500);
-        m_server = std::make_unique<GatewayServer>(PluginApi{fakeInit, fakeUninit, fakeProcess},
-                                                   limits, 2);
+        m_server = std::make_unique<GatewayServer>(
+            PluginApi{[] { return 1; }, [] { return 0; }, fakeProcess}, limits, 2);
         std::string error;
         ASSERT_TRUE(m_server->bind({"127.0.0.1", 0}, {"127.0.0.1", 0}, &error)) << error;
         m_server->start();
@@ -106,7 +93,8 @@ class ServerTest : public ::testing::Test {
         script = nullptr;
     }
 
-    int connectClient() {
+    // A connected client that has sent `request`.
+    int connectClient(const std::string& request = "") {
         const int fd = socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in address{};
         address.sin_family = AF_INET;
@@ -115,6 +103,7 @@ class ServerTest : public ::testing::Test {
         EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
         timeval timeout{5, 0};
         setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+        if (!request.empty()) send(fd, request);
         return fd;
     }
     static void send(int fd, const std::string& text) {
@@ -138,26 +127,9 @@ class ServerTest : public ::testing::Test {
     unsigned short m_port = 0;
 };
 
-TEST_F(ServerTest, SynchronousAnswerCarriesStatusHeadersBodyAndXmlType) {
-    const int fd = connectClient();
-    send(fd, "PUT /sync HTTP/1.1\r\nHost: x\r\nContent-Length: 2\r\n\r\nhi");
-    const std::string answer = readUntil(fd, "</a>");
-    EXPECT_EQ(answer.rfind("HTTP/1.1 201 Created\r\n", 0), 0u) << answer;
-    EXPECT_NE(answer.find("X-Test: yes\r\n"), std::string::npos);
-    EXPECT_NE(answer.find("Content-Type: application/xml\r\n"), std::string::npos);
-    EXPECT_NE(answer.find("\r\n\r\n<a>hi</a>"), std::string::npos);
-    // Keep-alive: the next request on the same connection is served.
-    send(fd, "GET /unhandled HTTP/1.1\r\nHost: x\r\n\r\n");
-    const std::string second = readUntil(fd, "}\n");
-    EXPECT_EQ(second.rfind("HTTP/1.1 403 Forbidden\r\n", 0), 0u) << second;
-    EXPECT_NE(second.find("Content-Type: application/json\r\n"), std::string::npos);
-    EXPECT_NE(second.find("{\"errorCode\":1}\n"), std::string::npos);
-    close(fd);
-}
-
 TEST_F(ServerTest, ClientWaitingForContinueGetsItBeforeSendingTheBody) {
-    const int fd = connectClient();
-    send(fd, "PUT /sync HTTP/1.1\r\nHost: x\r\nExpect: 100-continue\r\nContent-Length: 2\r\n\r\n");
+    const int fd = connectClient(
+        "PUT /sync HTTP/1.1\r\nHost: x\r\nExpect: 100-continue\r\nContent-Length: 2\r\n\r\n");
     EXPECT_EQ(readUntil(fd, "\r\n\r\n"), "HTTP/1.1 100 Continue\r\n\r\n");
     send(fd, "ok");
     const std::string answer = readUntil(fd, "</a>");
@@ -167,8 +139,7 @@ TEST_F(ServerTest, ClientWaitingForContinueGetsItBeforeSendingTheBody) {
 }
 
 TEST_F(ServerTest, AsynchronousAnswerFromAnotherThreadIsOneCompleteAnswer) {
-    const int fd = connectClient();
-    send(fd, "GET /async HTTP/1.1\r\nHost: x\r\n\r\n");
+    const int fd = connectClient("GET /async HTTP/1.1\r\nHost: x\r\n\r\n");
     const std::string answer = readUntil(fd, "<done/>");
     EXPECT_EQ(answer.rfind("HTTP/1.1 202 Accepted\r\n", 0), 0u) << answer;
     EXPECT_NE(answer.find("Content-Length: 7\r\n"), std::string::npos);
@@ -177,8 +148,7 @@ TEST_F(ServerTest, AsynchronousAnswerFromAnotherThreadIsOneCompleteAnswer) {
 }
 
 TEST_F(ServerTest, StreamWritesReportCountThenLinkBroken) {
-    const int fd = connectClient();
-    send(fd, "GET /stream HTTP/1.1\r\nHost: x\r\n\r\n");
+    const int fd = connectClient("GET /stream HTTP/1.1\r\nHost: x\r\n\r\n");
     const std::string head = readUntil(fd, "abc");
     EXPECT_EQ(head.rfind("HTTP/1.1 200 OK\r\n", 0), 0u) << head;
     EXPECT_NE(head.find("Content-Type: multipart/mixed; boundary=boundary\r\n"), std::string::npos);
@@ -219,16 +189,13 @@ TEST_F(ServerTest, StreamWriteToAClientThatDoesNotReadReturnsAPartialCountInTime
     close(fd);
 }
 
-TEST_F(ServerTest, LimitsAndPluginFailures) {
+TEST_F(ServerTest, OversizedHeadAndThrowingPluginAreAnsweredNotDropped) {
     const std::pair<std::string, const char*> cases[] = {
         {"GET /sync HTTP/1.1\r\nX-Big: " + std::string(3000, 'a') + "\r\n\r\n", "HTTP/1.1 431 "},
-        {"PUT /sync HTTP/1.1\r\nContent-Length: 5000\r\n\r\n", "HTTP/1.1 413 "},
-        {"GARBAGE\r\n\r\n", "HTTP/1.1 400 "},
         {"GET /throw HTTP/1.1\r\n\r\n", "HTTP/1.1 500 "},
     };
     for (const auto& [request, status] : cases) {
-        const int fd = connectClient();
-        send(fd, request);
+        const int fd = connectClient(request);
         const std::string answer = readUntil(fd, "}\n");
         EXPECT_EQ(answer.rfind(status, 0), 0u) << answer;
         close(fd);
@@ -236,8 +203,7 @@ TEST_F(ServerTest, LimitsAndPluginFailures) {
 }
 
 TEST_F(ServerTest, StoppedServerRefusesToEnterThePlugin) {
-    const int fd = connectClient();
-    send(fd, "GET /sync HTTP/1.1\r\n\r\n");
+    const int fd = connectClient("GET /sync HTTP/1.1\r\n\r\n");
     readUntil(fd, "</a>");
     m_server->stopAccepting();
     send(fd, "GET /sync HTTP/1.1\r\n\r\n");
