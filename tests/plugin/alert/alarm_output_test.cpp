@@ -32,9 +32,8 @@ TEST(AlarmBusBodies, CompactJsonInKeyOrder) {
 using AlarmOutput = AlertServiceTest;
 
 TEST_F(AlarmOutput, AlarmGoesToEveryStreamOfItsDeviceAfterTheHead) {
-    const StreamRequest first = requestStream(service);
-    const StreamRequest second = requestStream(service);
-    const StreamRequest other = requestStream(service, "user2");
+    const StreamRequest first = requestStream(service), second = requestStream(service),
+                        other = requestStream(service, "user2");
     ASSERT_EQ(first.status, 200);
     EXPECT_EQ(first.asyncReply, 1);
     EXPECT_TRUE(first.exchange().streaming());
@@ -92,14 +91,16 @@ TEST_F(AlarmOutput, IncompleteWritesCountUntilACompleteOne) {
 }
 
 TEST_F(AlarmOutput, BrokenLinkDropsStreamAndTheLastOneDropsTheDevice) {
-    const StreamRequest first = requestStream(service);
+    const StreamRequest first = requestStream(service), other = requestStream(service, "user2");
     StreamRequest second = requestStream(service);
-    const StreamRequest other = requestStream(service, "user2");
     first.exchange().breakLink();
     korva::host::publishAlarm("dev-1", alarmJson("dev-1"));
     ASSERT_TRUE(waitUntil([&] { return service.streams().size() == 2; }));
     ASSERT_TRUE(second.exchange().waitForResponds(2));
     EXPECT_EQ(subscribedDevices(), (Devices{"dev-1", "dev-2"}));
+    const StreamRequest replacement = requestStream(service);  // the broken one's slot is free
+    ASSERT_EQ(replacement.status, 200);
+    replacement.exchange().breakLink();
 
     second.request.reset();  // the connection is gone altogether
     korva::host::publishAlarm("dev-1", alarmJson("dev-1"));

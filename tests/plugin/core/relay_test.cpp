@@ -47,17 +47,12 @@ TEST_F(RelayTest, AcceptedRelayAnswersLaterOnTheExchange) {
     host.device()->setMode(korva::testing::ScriptedDevice::Mode::kDeferred);
     const TestRequest request =
         HostFixture::authorizedRequest(QXHttpService::kMethodPut, kRelayUrl, "<Probe>1</Probe>");
-    LogCapture log;
     const Outcome outcome = run(handler, request);
     EXPECT_EQ(outcome.status, 200);
     EXPECT_EQ(outcome.asyncReply, 1);
     EXPECT_EQ(outcome.response, "untouched");
     EXPECT_EQ(handler.preparedTimeoutMs, 10000);
     EXPECT_TRUE(handler.preparedOwnExchange);
-    EXPECT_TRUE(log.contains("[url=/KORVA/Test/relay?format=json&devIndex=dev-1,handle=" +
-                                 std::to_string(request.handle()) +
-                                 "]QX_DeviceCfgBus_ProcessAsyn start",
-                             3));
 
     ASSERT_TRUE(host.device()->waitForRequests(1));
     const auto relayed = host.device()->requests().at(0);
@@ -66,11 +61,9 @@ TEST_F(RelayTest, AcceptedRelayAnswersLaterOnTheExchange) {
     EXPECT_EQ(relayed.body, "{\"probe\":true}\n");
     EXPECT_EQ(request.exchange().respondCount(), 0);
 
-    // The device refuses the operation: its status goes out as it is, without conversion.
+    // The device's answer arrives through the callback, checked in detail below.
     ASSERT_TRUE(host.device()->replyPending(0, kRefused));
     ASSERT_TRUE(request.exchange().waitForResponds(1));
-    EXPECT_EQ(request.exchange().status(), 403);
-    EXPECT_EQ(request.exchange().answerHeader("Content-Type"), "application/xml");
     EXPECT_EQ(request.exchange().written(), errorDocument(0x40000006));
 }
 
@@ -103,12 +96,13 @@ TEST_F(RelayTest, RefusalsBeforeTheDeviceAreAnsweredAtOnce) {
 TEST_F(RelayTest, CallbackAnswersByKindOfDeviceAnswer) {
     constexpr const char* kParseError = "json formart error.";
     const std::string deep = std::string(5000, '[') + std::string(5000, ']');
-    const struct {
+    struct Case {
         std::string bytes;
         int status;
         uint32_t errorNumber;
         const char* failureLog;  // level 5 line, or null
-    } cases[] = {
+    };
+    std::vector<Case> cases = {
         // A device status decides the answer unless its error maps to HTTP 200.
         {kRefused, 403, 0x40000006, nullptr},
         {R"({"errorCode":536870916,"statusCode":2,"statusString":"x"})", 503, 0x20000004, nullptr},
@@ -116,20 +110,18 @@ TEST_F(RelayTest, CallbackAnswersByKindOfDeviceAnswer) {
         // OK and reboot-required go on to the handlers, none of which claims this URL.
         {R"({"statusCode":1,"statusString":"OK","errorCode":1})", 500, 0x30000014, nullptr},
         {R"({"statusCode":7,"statusString":"x","errorCode":1879048193})", 500, 0x30000014, nullptr},
-        // No usable errorCode, or a payload nobody converts.
-        {R"({"statusCode":4,"statusString":"x","errorCode":"1073741830"})", 500, 0x30000014,
-         nullptr},
-        {R"({"statusCode":4,"statusString":"x","errorCode":2147483648})", 500, 0x30000014, nullptr},
-        {R"({"statusCode":4,"statusString":"x","errorCode":1073741830.5})", 500, 0x30000014,
-         nullptr},
-        {"[1,2]", 500, 0x30000014, nullptr},
+        {"[1,2]", 500, 0x30000014, nullptr},  // a payload nobody converts
         // Not JSON; short buffers are JSON text too.
         {"this is not JSON", 500, 0x30000014, kParseError},
         {"QX", 500, 0x30000014, kParseError},
         {deep, 500, 0x30000014, kParseError},
-        // The host's binary frames.
         {std::string("QXBD\0\x01\x02{}", 9), 500, 0x30000014, "receive invalid data."},
     };
+    for (const char* code : {"\"1073741830\"", "2147483648", "1073741830.5"}) {  // unusable
+        cases.push_back(
+            {std::string(R"({"statusCode":4,"statusString":"x","errorCode":)") + code + "}", 500,
+             0x30000014, nullptr});
+    }
     for (const auto& c : cases) {
         const std::string name = c.bytes.substr(0, 60);
         LogCapture log;
@@ -195,28 +187,23 @@ TEST_F(RelayTest, CallbackWithoutUsableDataSendsNothing) {
 // before procProtocol returns. Many requests from several threads, each answered exactly once.
 TEST_F(RelayTest, ConcurrentRequestsAndCallbacks) {
     host.device()->setDefaultAnswer(kRefused);
-    std::vector<std::vector<TestRequest>> batches(4);
-    for (auto& batch : batches) {
-        for (int i = 0; i < 25; ++i) {
-            batch.push_back(HostFixture::authorizedRequest(kMethodGet, kRelayUrl));
-        }
-    }
+    std::vector<TestRequest> requests;
+    for (int i = 0; i < 100; ++i)
+        requests.push_back(HostFixture::authorizedRequest(kMethodGet, kRelayUrl));
     std::vector<std::thread> threads;
-    for (auto& batch : batches) {
-        threads.emplace_back([&batch] {
-            for (const TestRequest& request : batch) {
+    for (size_t t = 0; t < 4; ++t) {
+        threads.emplace_back([&requests, t] {
+            for (size_t i = t; i < requests.size(); i += 4) {
                 RelayHandler relay;
-                EXPECT_EQ(run(relay, request).asyncReply, 1);
+                EXPECT_EQ(run(relay, requests[i]).asyncReply, 1);
             }
         });
     }
     for (auto& thread : threads) thread.join();
-    for (const auto& batch : batches) {
-        for (const TestRequest& request : batch) {
-            ASSERT_TRUE(request.exchange().waitForResponds(1));
-            EXPECT_EQ(request.exchange().status(), 403);
-            EXPECT_EQ(request.exchange().respondCount(), 1);
-        }
+    for (const TestRequest& request : requests) {
+        ASSERT_TRUE(request.exchange().waitForResponds(1));
+        EXPECT_EQ(request.exchange().status(), 403);
+        EXPECT_EQ(request.exchange().respondCount(), 1);
     }
 }
 
