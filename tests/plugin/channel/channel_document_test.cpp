@@ -1,6 +1,7 @@
-// StreamingChannel documents: XML body -> gateway JSON, device JSON -> XML answer with the value
-// rule of each member, the round trips, the list answer and the answers built without device data.
+// StreamingChannel documents in both directions, the list answer and the fixed answers.
 #include <gtest/gtest.h>
+
+#include <sstream>
 
 #include "gateway/testing/harness.h"
 #include "plugin/handlers/channel_cfg.h"
@@ -38,13 +39,10 @@ TEST(ChannelBodyToJson, FullDocumentAndRefusedBodies) {
         "",
         replaced("</StreamingChannel>", "</Channel>", "",
                  replaced("<StreamingChannel version", "<Channel version")),
-        replaced("<id>101</id>", ""), replaced("<enabled>true</enabled>", "", "</channelName>"),
-        withoutBlock("Transport"), withoutBlock("ControlProtocolList"),
+        replaced("<id>101</id>", ""),
+        withoutBlock("Transport"),
         replaced("<streamingTransport>HTTP</streamingTransport>", ""),
         replaced("<enabled>false</enabled>", "", "<Multicast>"),
-        replaced("<enabled>true</enabled>", "", "<Video>"),
-        replaced("<videoCodecType>H.265</videoCodecType>", ""),
-        replaced("<videoResolutionHeight>1080</videoResolutionHeight>", ""),
         replaced("<maxFrameRate>2500</maxFrameRate>", ""),
         replaced("<enabled>true</enabled>", "", "<SVC>"),
         replaced("<audioCompressionType>G.711ulaw</audioCompressionType>", "")};
@@ -64,13 +62,13 @@ TEST(ChannelBodyToJson, ValueRules) {
         {replaced(">true<", ">TRUE<", "<enableCABAC>"), {"enableCABAC"}, "false"},
         {replaced(">1446<", ">  42abc<"), {"Transport", "maxPacketSize"}, "42"},
         {replaced(">1446<", "><"), {"Transport", "maxPacketSize"}, "0"},
-        {replaced("<ttl>16<", "<ttl>-7<"), {"Transport", "Multicast", "ttl"}, "-7"},
-        {replaced("<ttl>16<", "<ttl>99999999999<"), {"Transport", "Multicast", "ttl"},
+        {replaced("<ttl>16<", "<ttl>99999999999<"),
+         {"Transport", "Multicast", "ttl"},
          "2147483647"},
         {replaced(">16<", ">16.000000<", "<audioSampling"), {"Audio", "audioSamplingRate"}, "16"},
         {replaced("</Audio>", "<VoiceChanger><enabled>true</enabled></VoiceChanger></Audio>"),
-         {"Audio", "VoiceChanger"}, nullptr},
-        {withoutBlock("Video"), {"Video"}, nullptr},
+         {"Audio", "VoiceChanger"},
+         nullptr},
         {withoutBlock("SmartCodec"), {"Video", "SmartCodec"}, nullptr},
         {replaced("<ControlProtocolList>", "<ControlProtocolList><note>x</note>"),
          {"Transport", "ControlProtocolList"},
@@ -81,17 +79,11 @@ TEST(ChannelBodyToJson, ValueRules) {
     for (const auto& c : cases) {
         std::string json;
         ASSERT_EQ(0, CChannelCfg::getJsonStreamingChannel(&json, c.xml)) << c.xml;
-        Json::Value root = parseJson(json);
-        MemberPath parent = c.path;
-        parent.insert(parent.begin(), "StreamingChannel");
-        parent.pop_back();
-        const Json::Value& container = at(root, parent);
-        if (c.expected == nullptr) {
-            EXPECT_FALSE(container.isMember(c.path.back())) << c.path.back();
-        } else {
-            EXPECT_EQ(parseJson(c.expected), container.get(c.path.back(), "<absent>"))
-                << c.path.back();
-        }
+        Json::Value root = parseJson(json)["StreamingChannel"];
+        const Json::Value& parent = at(root, MemberPath(c.path.begin(), c.path.end() - 1));
+        EXPECT_EQ(c.expected ? parseJson(c.expected) : Json::Value("<absent>"),
+                  parent.get(c.path.back(), "<absent>"))
+            << c.path.back();
     }
 }
 
@@ -99,81 +91,58 @@ constexpr const char* kFails = "<fails>";
 constexpr const char* kAbsent = "<absent>";
 constexpr const char* kPresent = "<present>";
 
-// minimalAnswer() with one member, given as "Section/member" below StreamingChannel, set to a
-// JSON value ("~" removes it) and what the XML answer then holds at that element (at its
-// "enabled" or "level" child for an object value).
+// minimalAnswer() with one "Section/member" set to a JSON value ("~" removes it), and the text of
+// that element in the answer (of its "enabled" or "level" child for an object).
 TEST(ChannelAnswerToXml, ValueRules) {
     const struct {
         const char* member;
         const char* value;
         const char* text;
     } cases[] = {
-        {"id", "101", kFails}, {"channelName", "null", kFails}, {"enabled", "\"true\"", kFails},
-        {"Transport", "~", kFails}, {"Transport", "[]", kFails},
-        {"Transport/ControlProtocolList", "~", kFails},
-        {"Transport/ControlProtocolList",
-         R"({"ControlProtocol":{"streamingTransport":"RTSP"}})", kFails},
-        {"Transport/ControlProtocolList", R"([{"ControlProtocol":["x"]}])", kFails},
-        {"Transport/ControlProtocolList", R"([{"ControlProtocol":{"streamingTransport":554}}])",
+        {"id", "101", kFails}, {"enabled", "\"true\"", kFails}, {"Transport", "[]", kFails},
+        {"Transport/ControlProtocolList", R"({"ControlProtocol":{}})", kFails},
+        {"Transport/ControlProtocolList", R"([{"ControlProtocol":{"streamingTransport":5}}])",
          kFails},
-        {"Transport/Unicast", "null", kFails}, {"Transport/Unicast/enabled", "\"true\"", kFails},
-        {"Transport/maxPacketSize", "1500.0", "1500"}, {"Transport/videoSourcePortNo", "-1", "-1"},
-        {"Transport/audioPacketLength", "\"1500\"", kAbsent},
+        {"Transport/Unicast/enabled", "\"true\"", kFails}, {"Transport/Security", "1", kFails},
+        {"Transport/maxPacketSize", "1500.0", "1500"},
         {"Transport/audioInboundPacketLength", "1.5", kAbsent},
         {"Transport/audioSourcePortNo", "2147483648", kAbsent},
         {"Transport/Security", R"({"enabled":false})", "false"},
-        {"Transport/Multicast", "\"239.0.0.1\"", kFails}, {"Transport/Security", "1", kFails},
         // smoothing is written only from 1 to 100.
         {"Video/smoothing", "0", kAbsent}, {"Video/smoothing", "1", "1"},
         {"Video/smoothing", "100", "100"}, {"Video/smoothing", "101", kAbsent},
-        // Optional members of the wrong type are left out.
-        {"Video/mirrorEnabled", "\"true\"", kAbsent}, {"Video/videoScanType", "1", kAbsent},
-        {"enableCABAC", "\"true\"", kAbsent}, {"subStreamRecStatus", "false", "false"},
-        {"Video/keyFrameInterval", "2147483648", kAbsent},
+        {"Video/mirrorEnabled", "\"true\"", kAbsent},
         {"Video/keyFrameInterval", "-2147483648", "-2147483648"},
         {"Video/fixedQuality", "60.0", "60"}, {"Video/fixedQuality", "60.5", kAbsent},
         {"Video/constantBitRate", "4096", kAbsent},  // never goes back to a client
-        // Required members of Video.
-        {"Video/enabled", "\"true\"", kFails}, {"Video/videoInputChannelID", "1", kFails},
-        {"Video/videoResolutionWidth", "\"1920\"", kFails},
-        {"Video/videoResolutionHeight", "~", kFails}, {"Video/maxFrameRate", "~", kFails},
+        {"Video/videoResolutionWidth", "\"1920\"", kFails}, {"Video/maxFrameRate", "~", kFails},
         {"Video/maxFrameRate", "4294967295", kFails},
         // videoCodecType: any scalar is written as its text; containers fail.
         {"Video/videoCodecType", "5", "5"}, {"Video/videoCodecType", "null", ""},
         {"Video/videoCodecType", R"(["H.264"])", kFails},
-        {"Video/videoCodecType", R"({"a":1})", kFails}, {"Video/videoCodecType", "~", kFails},
-        // Subsections: enabled must be a boolean; values other than objects fail.
         {"Video/SVC", R"({"enabled":true,"SVCMode":3})", "true"},
-        {"Video/SVC", R"({"enabled":"true"})", kFails}, {"Video/SVC", "[true]", kFails},
-        {"Video/SmartCodec", "null", kFails}, {"Video", "[]", kFails}, {"Video", "\"x\"", kFails},
-        {"Video", "~", kAbsent},
-        // audioSamplingRate: any JSON number, written with six decimals.
-        {"Audio/audioSamplingRate", "16", "16.000000"},
+        {"Video/SVC", R"({"enabled":"true"})", kFails}, {"Video/SmartCodec", "null", kFails},
+        {"Video", "[]", kFails}, {"Video", "~", kAbsent},
         {"Audio/audioSamplingRate", "44.1", "44.100000"},
         {"Audio/audioSamplingRate", "\"16\"", kAbsent},
         {"Audio/audioSamplingRate", "1e300", kPresent},
-        // VoiceChanger: enabled a boolean, level an integer from -12 to 12.
+        // VoiceChanger level: an integer from -12 to 12.
         {"Audio/VoiceChanger", R"({"enabled":true,"level":13})", kFails},
         {"Audio/VoiceChanger", R"({"enabled":true,"level":-12})", "-12"},
         {"Audio/VoiceChanger", R"({"enabled":true,"level":12})", "12"},
         {"Audio/VoiceChanger", R"({"enabled":true,"level":"3"})", kFails},
-        {"Audio/VoiceChanger", R"({"enabled":"true","level":0})", kFails},
-        {"Audio/VoiceChanger", "[]", kFails}, {"Audio/audioInputChannelID", "1", kFails},
-        {"Audio/audioCompressionType", "~", kFails}, {"Audio", "[{}]", kFails},
+        {"Audio", "[{}]", kFails},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.member) + " = " + c.value);
         MemberPath path = {"StreamingChannel"};
-        std::string where = "/StreamingChannel";
-        for (std::string rest = c.member;; rest.erase(0, rest.find('/') + 1)) {
-            path.push_back(rest.substr(0, rest.find('/')));
-            where += "/" + path.back();
-            if (rest.find('/') == std::string::npos) break;
-        }
+        std::string where = "/StreamingChannel/" + std::string(c.member);
+        std::istringstream parts(c.member);
+        for (std::string part; std::getline(parts, part, '/');) path.push_back(part);
         const bool erase = std::string(c.value) == "~";
         const Json::Value value = erase ? Json::Value() : parseJson(c.value);
-        const Json::Value answer = erase ? withoutMember(minimalAnswer(), path)
-                                         : withMember(minimalAnswer(), path, value);
+        const Json::Value answer =
+            erase ? withoutMember(minimalAnswer(), path) : withMember(minimalAnswer(), path, value);
         std::string xml = "untouched";
         const int result = CChannelCfg::getXmlStreamingChannel(&xml, answer);
         if (c.text == kFails) {
@@ -192,8 +161,7 @@ TEST(ChannelAnswerToXml, ValueRules) {
             EXPECT_EQ(c.text, text.value_or(kAbsent)) << where;
         }
     }
-    for (const char* root : {"null", "[1,2]", R"("StreamingChannel")", R"({"Channel":{}})",
-                             R"({"StreamingChannel":[{}]})", R"({"StreamingChannel":101})"}) {
+    for (const char* root : {"null", R"({"Channel":{}})", R"({"StreamingChannel":[{}]})"}) {
         std::string xml = "untouched";
         EXPECT_EQ(9, CChannelCfg::getXmlStreamingChannel(&xml, parseJson(root))) << root;
         EXPECT_EQ("untouched", xml) << root;
@@ -204,31 +172,6 @@ TEST(ChannelAnswerToXml, ValueRules) {
                                       std::string(102400, 'n'))))
         << "a document beyond the answer buffer";
     EXPECT_EQ("untouched", xml);
-}
-
-// A section writer that refuses its value appends nothing, even when the fault is found in a
-// member that comes late in the section.
-TEST(ChannelAnswerToXml, RefusedSectionLeavesTheDocumentUnchanged) {
-    const Json::Value channel = minimalAnswer()["StreamingChannel"];
-    const struct {
-        int (*write)(QXBase::CXmlBase&, const Json::Value&);
-        Json::Value value;
-    } cases[] = {
-        {&CChannelCfg::getXmlVideo, withoutMember(channel["Video"], {"maxFrameRate"})},
-        {&CChannelCfg::getXmlVideo, withMember(channel["Video"], {"SmartCodec"}, 1)},
-        {&CChannelCfg::getXmlAudio, withMember(channel["Audio"], {"VoiceChanger"},
-                                               parseJson(R"({"enabled":true,"level":99})"))},
-        {&CChannelCfg::getXmlTransport, withMember(channel["Transport"], {"Security"}, "x")},
-    };
-    for (const auto& c : cases) {
-        QXBase::CXmlBase xml;
-        xml.CreateRoot("StreamingChannel");
-        xml.AddNode("id", "101");
-        xml.OutOfElem();
-        const std::string before = xml.WriteToBuf();
-        EXPECT_EQ(9, c.write(xml, c.value)) << c.value.toStyledString();
-        EXPECT_EQ(before, xml.WriteToBuf()) << c.value.toStyledString();
-    }
 }
 
 // The Transport entries of an answer, paths relative to Transport.
@@ -249,8 +192,7 @@ TEST(ChannelAnswerToXml, DefaultTransportSections) {
     XmlEntries expected = {{"ControlProtocolList", ""},
                            {"ControlProtocolList/ControlProtocol", ""},
                            {"ControlProtocolList/ControlProtocol/streamingTransport", "RTSP"},
-                           {"Multicast", ""},
-                           {"Multicast/enabled", "true"},
+                           {"Multicast", ""}, {"Multicast/enabled", "true"},
                            {"Multicast/destIPAddress", "0.0.0.0"},
                            {"Multicast/videoDestPortNo", "0"},
                            {"Multicast/audioDestPortNo", "0"}};
@@ -263,9 +205,8 @@ TEST(ChannelAnswerToXml, DefaultTransportSections) {
     EXPECT_EQ(expected, transportOf(xml)) << "a numeric interfaceID is left out";
 }
 
-// The two directions differ only in constantBitRate and audioInboundPortNo, which are not written
-// back, VoiceChanger, which is not read, and the sampling rate, written with six decimals and
-// read as an integer.
+// Only constantBitRate and audioInboundPortNo are not written back; the sampling rate is written
+// with six decimals.
 TEST(ChannelRoundTrip, BothDirectionsKeepEveryReturningField) {
     std::string json;
     ASSERT_EQ(0, CChannelCfg::getJsonStreamingChannel(&json, fullChannelXml()));
@@ -273,30 +214,20 @@ TEST(ChannelRoundTrip, BothDirectionsKeepEveryReturningField) {
     ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannel(&xml, parseJson(json)));
     XmlEntries expected;
     for (auto entry : entriesOf(fullChannelXml())) {
-        if (entry.first.ends_with("/constantBitRate") ||
-            entry.first.ends_with("/audioInboundPortNo")) {
-            continue;
-        }
         if (entry.first.ends_with("/audioSamplingRate")) entry.second = "16.000000";
-        expected.push_back(entry);
+        if (!entry.first.ends_with("/constantBitRate") &&
+            !entry.first.ends_with("/audioInboundPortNo")) {
+            expected.push_back(entry);
+        }
     }
     EXPECT_EQ(expected, entriesOf(xml));
     EXPECT_EQ(0u, xml.find("<StreamingChannel>")) << "answers carry no declaration";
 
-    Json::Value answer = parseJson(fullChannelJson());
-    answer = withoutMember(answer, {"StreamingChannel", "Video", "constantBitRate"});
-    answer = withoutMember(answer, {"StreamingChannel", "Transport", "audioInboundPortNo"});
+    const Json::Value answer =
+        withoutMember(withoutMember(parseJson(fullChannelJson()),
+                                    {"StreamingChannel", "Video", "constantBitRate"}),
+                      {"StreamingChannel", "Transport", "audioInboundPortNo"});
     ASSERT_EQ(0, CChannelCfg::getJsonStreamingChannel(&json, xml));
-    EXPECT_EQ(answer, parseJson(json));
-
-    at(answer, {"StreamingChannel", "Audio", "audioSamplingRate"}) = 44.1;
-    at(answer, {"StreamingChannel", "Audio", "VoiceChanger"}) =
-        parseJson(R"({"enabled":true,"level":-3})");
-    ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannel(&xml, answer));
-    EXPECT_EQ("-3", textAt(xml, "/StreamingChannel/Audio/VoiceChanger/level"));
-    ASSERT_EQ(0, CChannelCfg::getJsonStreamingChannel(&json, xml));
-    answer = withoutMember(answer, {"StreamingChannel", "Audio", "VoiceChanger"});
-    at(answer, {"StreamingChannel", "Audio", "audioSamplingRate"}) = 44;
     EXPECT_EQ(answer, parseJson(json));
 }
 
@@ -333,9 +264,7 @@ TEST(ChannelList, FirstTwoStreamsOfEachChannelUntilAFailingElement) {
 
     ASSERT_EQ(0, CChannelCfg::getXmlStreamingChannelList(&xml, listOf({})));
     EXPECT_EQ("<StreamingChannelList>\r\n</StreamingChannelList>", xml);
-    for (const char* answer : {"{}", R"({"StreamingChannelList":null})",
-                               R"({"StreamingChannelList":{}})", R"({"StreamingChannelList":"x"})",
-                               R"([{"StreamingChannelList":[]}])"}) {
+    for (const char* answer : {"{}", R"({"StreamingChannelList":{}})", R"([{"A":[]}])"}) {
         std::string out = "untouched";
         EXPECT_EQ(9, CChannelCfg::getXmlStreamingChannelList(&out, parseJson(answer))) << answer;
         EXPECT_EQ("untouched", out) << answer;
@@ -367,7 +296,7 @@ TEST(ChannelCapabilities, FixedDocumentByteForByte) {
     EXPECT_EQ(first, second);
 
     korva::testing::LogCapture log(1);
-    for (const char* answer : {"{}", "null", "[]", R"("StreamingChannel")", R"({"Video":{}})"}) {
+    for (const char* answer : {"{}", "[]", R"({"Video":{}})"}) {
         std::string xml = "untouched";
         EXPECT_EQ(9, CChannelCfg::covertChannelIDCapRspBody(&xml, parseJson(answer), 0)) << answer;
         EXPECT_EQ("untouched", xml) << answer;
@@ -377,11 +306,11 @@ TEST(ChannelCapabilities, FixedDocumentByteForByte) {
 }
 
 TEST(ChannelAudioList, OneAudioChannelPerVideoInput) {
-    const std::pair<const char*, int> cases[] = {  // answer, channels (-1: refused)
-        {"null", 1}, {R"({"VideoInputChannelList":[{"id":"1"},{"id":"2"},{"id":"3"},{}]})", 4},
-        {R"({"VideoInputChannelList":[7]})", 1}, {R"({"VideoInputChannelList":[]})", 0},
+    const std::pair<const char*, int> cases[] = {
+        // answer, channels (-1: refused)
+        {"null", 1}, {R"({"VideoInputChannelList":[{"id":"1"},{"id":"2"},7]})", 3},
         {R"({"VideoInputChannelList":null})", 0}, {"{}", -1},
-        {R"({"VideoInputChannel":[{}]})", -1}, {"[]", -1}, {"3", -1}};
+        {"[]", -1}};
     for (const auto& [answer, channels] : cases) {
         SCOPED_TRACE(answer);
         std::string xml = "untouched";

@@ -1,5 +1,4 @@
-// Routes of the streaming channel handler: which requests it takes, the gateway request each
-// becomes, which answers it claims, and the round trip through the relay to a scripted device.
+// Streaming channel routes: taken requests, gateway URLs, claimed answers and the relay.
 #include <gtest/gtest.h>
 #include <json/writer.h>
 
@@ -26,7 +25,6 @@ TEST(ChannelRoutes, TakenRequestsAndTheirGatewayUrl) {
     } cases[] = {
         {kGet, "/KORVA/Streaming/channels/1", "/KORVA/Streaming/channels/101"},
         {kGet, "/Streaming/channels/1", "/KORVA/Streaming/channels/101"},
-        {kGet, "/KORVA/Streaming/channels/102", "/KORVA/Streaming/channels/102"},
         {kGet, "/KORVA/Streaming/channels/100", "/KORVA/Streaming/channels/10001"},
         {kGet, "/KORVA/Streaming/channels/2?devIndex=other", "/KORVA/Streaming/channels/201"},
         {kGet, "/KORVA/Streaming/channels/1/capabilities",
@@ -34,15 +32,12 @@ TEST(ChannelRoutes, TakenRequestsAndTheirGatewayUrl) {
         {kGet, "/KORVA/Streaming/channels", "/KORVA/Streaming/channels"},
         {kGet, "/KORVA/System/Audio/channels", "/KORVA/System/Video/inputs/channels"},
         {kPost, "/KORVA/Streaming/channels/101", nullptr},
-        {kDelete, "/KORVA/Streaming/channels/101", nullptr},
         {kPut, "/KORVA/Streaming/channels", nullptr},
         {kPut, "/KORVA/Streaming/channels/101/capabilities", nullptr},
         {kGet, "/Streaming/channels/1/capabilities", nullptr},
         {kDelete, "/KORVA/System/Audio/channels", nullptr},
-        {kGet, "/KORVA/Streaming/channels/", nullptr},
         {kGet, "/KORVA/Streaming/channels/abc", nullptr},
         {kGet, "/KORVA/Streaming/channels/1/", nullptr},
-        {kGet, "/KORVA/System/deviceInfo", nullptr},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.url) + " method " + std::to_string(c.method));
@@ -67,8 +62,8 @@ TEST(ChannelRoutes, TakenRequestsAndTheirGatewayUrl) {
     }
     EXPECT_EQ(0, CChannelCfg().matchURL("/Streaming/channels/102", kPut));
     // Channel numbers at the ends of the integer range do not overflow into other channels.
-    const int numbers[][2] = {{0, 1}, {-1, -99}, {99, 9901}, {INT_MAX, INT_MAX},
-                              {-21474836, -2147483599}, {INT_MIN, INT_MIN}};
+    const int numbers[][2] = {
+        {0, 1}, {-1, -99}, {INT_MAX, INT_MAX}, {-21474836, -2147483599}, {INT_MIN, INT_MIN}};
     for (const auto& [channel, id] : numbers) {
         EXPECT_EQ(id, CChannelCfg::translateChannelNumber(channel)) << channel;
     }
@@ -96,14 +91,11 @@ TEST(ChannelRoutes, AnswersClaimedByRoute) {
         const Json::Value& answer;
         int result;
     } cases[] = {
-        {"/KORVA/Streaming/channels/101", kGet, channel, 0},
         {"/Streaming/channels/1", kGet, channel, 0},
         {"/KORVA/Streaming/channels/101", kGet, empty, 9},
         {"/KORVA/Streaming/channels/101", kPost, channel, -1},
         {"/KORVA/Streaming/channels", kGet, empty, 9},
-        {"/KORVA/Streaming/channels", kPut, empty, -1},
         {"/KORVA/Streaming/channels/101/capabilities", kGet, capabilitiesOnly, 0},
-        {"/KORVA/Streaming/channels/101/capabilities", kGet, empty, 9},
         {"/KORVA/System/Audio/channels", kGet, empty, 9},
         {"/KORVA/System/Audio/channels", kDelete, empty, -1},
         {"/KORVA/System/Video/inputs/channels", kGet, empty, -1},
@@ -158,8 +150,7 @@ TEST(ChannelRelay, RequestToDeviceAndAnswerToClient) {
         HostFixture host;
         host.device()->setDefaultAnswer(c.deviceAnswer);
         TestRequest request = HostFixture::authorizedRequest(c.method, c.url, c.body);
-        int handled = 0;
-        int asyncReply = 0;
+        int handled = 0, asyncReply = 0;
         std::string response = "untouched";
         const int status = CChannelCfg().proc(&handled, &response, &asyncReply, request.holder());
         if (c.relayedPath == nullptr) {
@@ -177,11 +168,9 @@ TEST(ChannelRelay, RequestToDeviceAndAnswerToClient) {
         ASSERT_EQ(1u, relayed.size());
         EXPECT_EQ(c.method, relayed[0].method);
         EXPECT_EQ(std::string(c.relayedPath) + "?format=json&devIndex=dev-1", relayed[0].url);
-        if (c.method == kPut) {
-            EXPECT_EQ(parseJson(fullChannelJson()), parseJson(relayed[0].body));
-        } else {
-            EXPECT_EQ("", relayed[0].body);
-        }
+        const std::string& body = relayed[0].body;
+        EXPECT_EQ(c.method == kPut ? parseJson(fullChannelJson()) : Json::Value(""),
+                  body.empty() ? Json::Value("") : parseJson(body));
         EXPECT_EQ(c.status, request.exchange().status());
         EXPECT_EQ("application/xml", request.exchange().answerHeader("Content-Type"));
         EXPECT_EQ(c.text, textAt(request.exchange().written(), c.element));

@@ -1,5 +1,4 @@
-// Helpers shared by the streaming channel tests: JSON literals, JSON edits by member path, XML
-// flattened to (path, text) pairs in document order, and the reference documents.
+// Streaming channel test helpers: JSON edits by member path, XML as (path, text) pairs.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -40,8 +39,7 @@ inline Json::Value withoutMember(Json::Value root, const MemberPath& path) {
     return root;
 }
 
-// Every element of an XML text as ("/Root/Child/...", text) in document order; nullopt when the
-// text does not parse.
+// Every element as ("/Root/Child", text) in document order; nullopt when not XML.
 using XmlEntries = std::vector<std::pair<std::string, std::string>>;
 
 inline void flattenLevel(QXBase::CXmlBase& xml, const std::string& prefix, XmlEntries* out) {
@@ -68,7 +66,6 @@ inline XmlEntries entriesOf(const std::string& text) {
     return entries.value_or(XmlEntries{});
 }
 
-// Text of the first element at path, nullopt when there is none.
 inline std::optional<std::string> textAt(const std::string& xmlText, const std::string& path) {
     for (const auto& [entryPath, text] : flatten(xmlText).value_or(XmlEntries{})) {
         if (entryPath == path) return text;
@@ -116,36 +113,28 @@ inline const char* fullChannelXml() {
 
 // The JSON the gateway receives for fullChannelXml().
 inline const char* fullChannelJson() {
-    return R"({"StreamingChannel":{
-  "id":"101","channelName":"Lobby main","enabled":true,
-  "Transport":{
-    "maxPacketSize":1446,"audioPacketLength":0,"audioInboundPacketLength":320,
-    "audioInboundPortNo":5000,"videoSourcePortNo":8200,"audioSourcePortNo":8202,
-    "ControlProtocolList":[{"ControlProtocol":{"streamingTransport":"RTSP"}},
-                           {"ControlProtocol":{"streamingTransport":"HTTP"}}],
-    "Unicast":{"enabled":true,"interfaceID":"eth0","rtpTransportType":"RTP/TCP"},
-    "Multicast":{"enabled":false,"userTriggerThreshold":3,"destIPAddress":"239.1.1.1",
-                 "videoDestPortNo":8600,"audioDestPortNo":8602,"destIPv6Address":"ff05::1",
-                 "ttl":16},
-    "Security":{"enabled":true,"certificateType":"digest"}},
-  "Video":{
-    "enabled":true,"videoInputChannelID":"1","videoCodecType":"H.265",
-    "videoScanType":"progressive","videoResolutionWidth":1920,"videoResolutionHeight":1080,
-    "videoResolutionName":"1080P","videoPositionX":0,"videoPositionY":-4,
-    "videoQualityControlType":"VBR","constantBitRate":4096,"fixedQuality":60,
-    "vbrUpperCap":6144,"vbrLowerCap":32,"maxFrameRate":2500,"keyFrameInterval":50,
-    "rotationDegree":90,"mirrorEnabled":false,"snapShotImageType":"JPEG","Mpeg4Profile":"SP",
-    "H264Profile":"Main","SVACProfile":"Baseline","GovLength":50,
-    "SVC":{"enabled":true,"SVCMode":"auto"},"PacketType":"PS","smoothing":50,
-    "H265Profile":"Main","SmartCodec":{"enabled":false},"vbrAverageCap":3072},
-  "Audio":{
-    "enabled":true,"audioInputChannelID":"1","audioCompressionType":"G.711ulaw",
-    "audioInboundCompressionType":"G.711alaw","audioBitRate":64,"audioSamplingRate":16,
-    "audioResolution":16},
-  "enableCABAC":true,"subStreamRecStatus":false,"customStreamEnable":true}})";
+    return R"({"StreamingChannel":{"id":"101","channelName":"Lobby main","enabled":true,
+"Transport":{"maxPacketSize":1446,"audioPacketLength":0,"audioInboundPacketLength":320,
+"audioInboundPortNo":5000,"videoSourcePortNo":8200,"audioSourcePortNo":8202,
+"ControlProtocolList":[{"ControlProtocol":{"streamingTransport":"RTSP"}},
+{"ControlProtocol":{"streamingTransport":"HTTP"}}],"Unicast":{"enabled":true,"interfaceID":"eth0",
+"rtpTransportType":"RTP/TCP"},"Multicast":{"enabled":false,"userTriggerThreshold":3,
+"destIPAddress":"239.1.1.1","videoDestPortNo":8600,"audioDestPortNo":8602,
+"destIPv6Address":"ff05::1","ttl":16},"Security":{"enabled":true,"certificateType":"digest"}},
+"Video":{"enabled":true,"videoInputChannelID":"1","videoCodecType":"H.265",
+"videoScanType":"progressive","videoResolutionWidth":1920,"videoResolutionHeight":1080,
+"videoResolutionName":"1080P","videoPositionX":0,"videoPositionY":-4,
+"videoQualityControlType":"VBR","constantBitRate":4096,"fixedQuality":60,"vbrUpperCap":6144,
+"vbrLowerCap":32,"maxFrameRate":2500,"keyFrameInterval":50,"rotationDegree":90,
+"mirrorEnabled":false,"snapShotImageType":"JPEG","Mpeg4Profile":"SP","H264Profile":"Main",
+"SVACProfile":"Baseline","GovLength":50,"SVC":{"enabled":true,"SVCMode":"auto"},"PacketType":"PS",
+"smoothing":50,"H265Profile":"Main","SmartCodec":{"enabled":false},"vbrAverageCap":3072},
+"Audio":{"enabled":true,"audioInputChannelID":"1","audioCompressionType":"G.711ulaw",
+"audioInboundCompressionType":"G.711alaw","audioBitRate":64,"audioSamplingRate":16,
+"audioResolution":16},"enableCABAC":true,"subStreamRecStatus":false,"customStreamEnable":true}})";
 }
 
-// A device answer with the required members of the document and of Video and Audio.
+// A device answer with only the required members.
 inline Json::Value minimalAnswer() {
     return parseJson(R"({"StreamingChannel":{"id":"101","channelName":"Lobby","enabled":true,
         "Transport":{"ControlProtocolList":[{"ControlProtocol":{"streamingTransport":"RTSP"}}]},

@@ -1,5 +1,4 @@
-// The device-resource handlers through the relay: authenticated request, what the scripted
-// device receives, and what the client is finally answered.
+// The device-resource handlers through the relay to a scripted device and back to the client.
 #include <gtest/gtest.h>
 
 #include "gateway/testing/harness.h"
@@ -40,11 +39,6 @@ const struct {
      "<subStatusCode>internalError</subStatusCode>"},
     {kEvent, GET, "/KORVA/Smart/capabilities", "", R"({"SmartCap":{"isSupportROI":"yes"}})",
      "/KORVA/Smart/capabilities", "", 500, "<subStatusCode>internalError</subStatusCode>"},
-    {kImage, GET, "/KORVA/Image/channels/2/capabilities", "", "{}", "/KORVA/Streaming/channels/201",
-     "", 200, "<ImageChannel"},
-    {kPtz, PUT, "/KORVA/PTZCtrl/channels/1/presets/4", "<PTZPreset><id>4</id></PTZPreset>",
-     kDeviceOk, "/KORVA/PTZCtrl/channels/1/presets/4", "{\"PTZPreset\":{\"id\":\"4\"}}\n", 200,
-     "<statusCode>1</statusCode>"},
     {kRecord, POST, "/KORVA/ContentMgmt/search",
      "<CMSearchDescription><searchID>A</searchID><metadataList/></CMSearchDescription>",
      R"({"CMSearchResult":{"matchList":[{"searchMatchItem":{"mediaSegmentDescriptor":{"playbackURI":
@@ -61,8 +55,7 @@ TEST(DeviceRelay, RequestsReachTheDeviceAndAnswersReachTheClient) {
         HostFixture host;
         host.device()->setDefaultAnswer(c.deviceAnswer);
         auto request = HostFixture::authorizedRequest(c.method, c.url, c.body);
-        int handled = 0;
-        int asyncReply = 0;
+        int handled = 0, asyncReply = 0;
         std::string response;
         const int status =
             makeHandler(c.owner)->proc(&handled, &response, &asyncReply, request.holder());

@@ -1,5 +1,4 @@
-// Helpers of the device-resource handler tests: JSON from text, XML answers as a compact tree
-// text, the five handlers by name, and request conversions run on harness exchanges.
+// Device-resource handler test helpers: the handlers by owner, XML as a compact tree text.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -32,9 +31,8 @@ struct Relayed {
     std::string body;
 };
 
-// The elements of an XML document as "name=text" for an element without element children and
-// "name{child,child}" otherwise, siblings separated by ","; "" when the text is not XML. The
-// cursor is inside a parent with no current element, and is left there.
+// Elements as "name=text" for a leaf and "name{child,child}" otherwise, siblings separated by
+// ","; the cursor starts and ends inside the parent.
 inline std::string walk(QXBase::CXmlBase& doc) {
     std::string out;
     while (doc.NextSibElem()) {

@@ -23,13 +23,11 @@ TEST(RecordPlayback, GatewayAddressesBecomeTrackAddresses) {
         {"/dac/camera/" + kId + "3/MAIN/?", "/KORVA/Streaming/tracks/301?"},
         {"rtsp://h/dac/camera=" + kId + "1/MAIN/p", ""},       // no query
         {"rtsp://h/dac/camera=" + kId + "1/THIRD/p?s=1", ""},  // no stream segment
-        {"rtsp://h/camera=" + kId + "1/MAIN/p?s=1", ""},       // no "/dac"
         {"rtsp://h/dac/cam=" + kId + "1/MAIN/p?s=1", ""},      // no "camera"
         {"rtsp://h/dac/camera=" + kId + "12?s=1", ""},         // no "/" after the camera
         // A camera segment of at most 36 characters carries no channel: passed through.
         {"rtsp://h/dac/camera=" + kId + "/MAIN/p?s=1",
          "rtsp://h/dac/camera=" + kId + "/MAIN/p?s=1"},
-        {"rtsp://h/dac/camera=7/SUB/x", "rtsp://h/dac/camera=7/SUB/x"},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(c.korva, CRecordOperation::covertPlaybackUri(c.gateway)) << c.gateway;
@@ -68,9 +66,8 @@ TEST(RecordResult, MissingMembersTakeTheirDefaults) {
     const std::string empty =
         "CMSearchResult{searchID=,responseStatus=false,responseStatusStrg=,numOfMatches=0,"
         "matchList=}";
-    for (const char* answer : {"{}", R"({"CMSearchResult":{}})", R"({"CMSearchResult":null})"}) {
-        EXPECT_EQ(empty, convert(answer));
-    }
+    EXPECT_EQ(empty, convert("{}"));
+    EXPECT_EQ(empty, convert(R"({"CMSearchResult":null})"));
     const std::string manual = std::string("metadataMatches{metadataDescriptor=") +
                                QXKORVAProtocol::kManualRecordingMetadata + "}";
     const std::string noSource = "sourceID=0000000000-0000-0000-0000-000000000000,";
@@ -79,15 +76,9 @@ TEST(RecordResult, MissingMembersTakeTheirDefaults) {
         "matchList{searchMatchItem{sourceID=src,trackID=101,timeSpan{startTime=a,endTime=b},"
         "mediaSegmentDescriptor{contentType=audio,codecType=G.711,"
         "playbackURI=rtsp://h/KORVA/Streaming/tracks/202?s=1},"
-        "metadataMatches{metadataDescriptor=meta}},"
-        "searchMatchItem{" +
-            noSource +
-            "mediaSegmentDescriptor{contentType=video,"
-            "codecType=H.264-BP,playbackURI=}," +
-            manual +
-            "},"
-            "searchMatchItem{" +
-            noSource + manual + "}}}",
+        "metadataMatches{metadataDescriptor=meta}},searchMatchItem{" + noSource +
+            "mediaSegmentDescriptor{contentType=video,codecType=H.264-BP,playbackURI=}," + manual +
+            "},searchMatchItem{" + noSource + manual + "}}}",
         convert(R"({"CMSearchResult":{"searchID":42,"responseStatus":1,"responseStatusStrg":"OK",
             "numOfMatches":3,"matchList":[
             {"searchMatchItem":{"sourceID":"src","trackID":101,"timeSpan":{"startTime":"a","endTime":"b"},
@@ -100,15 +91,12 @@ TEST(RecordResult, MissingMembersTakeTheirDefaults) {
 }
 
 TEST(RecordResult, UnreadableMemberTypesFail) {
-    const std::string item = R"({"CMSearchResult":{"matchList":[{"searchMatchItem":)";
+    const std::string result = R"({"CMSearchResult":)";
+    const std::string item = result + R"({"matchList":[{"searchMatchItem":)";
     for (const std::string& answer :
-         {std::string(R"({"CMSearchResult":"x"})"), std::string(R"([])"),
-          std::string(R"({"CMSearchResult":{"searchID":{}}})"),
-          std::string(R"({"CMSearchResult":{"responseStatus":"true"}})"),
-          std::string(R"({"CMSearchResult":{"numOfMatches":4294967296}})"),
-          std::string(R"({"CMSearchResult":{"matchList":{"searchMatchItem":{}}}})"),
-          std::string(R"({"CMSearchResult":{"matchList":[5]}})"), item + "[]}]}}",
-          item + R"({"sourceID":[1]}}]}})", item + R"({"trackID":"101"}}]}})",
+         {result + R"("x"})", result + R"({"responseStatus":"true"}})",
+          result + R"({"numOfMatches":4294967296}})", result + R"({"matchList":[5]}})",
+          item + "[]}]}}", item + R"({"trackID":"101"}}]}})",
           item + R"({"timeSpan":{"startTime":{},"endTime":"b"}}}]}})",
           item + R"({"mediaSegmentDescriptor":{"playbackURI":{}}}}]}})",
           item + R"({"metadataMatches":7}}]}})"}) {
