@@ -208,14 +208,19 @@ def raw_connect(gateway, timeout=10):
     return socket.create_connection(("127.0.0.1", gateway.port), timeout=timeout)
 
 
+def receive(sock, data, done):
+    """data extended by what arrives on sock until done(data)."""
+    while not done(data):
+        chunk = sock.recv(65536)
+        if not chunk:
+            raise ConnectionError("closed early after %r" % data[:200])
+        data += chunk
+    return data
+
+
 def read_head(sock):
     """Reads up to the end of an answer head; (status, lower-cased headers, rest bytes)."""
-    data = b""
-    while b"\r\n\r\n" not in data:
-        chunk = sock.recv(4096)
-        if not chunk:
-            raise ConnectionError("closed before the head ended: %r" % data[:200])
-        data += chunk
+    data = receive(sock, b"", lambda d: b"\r\n\r\n" in d)
     head, _, rest = data.partition(b"\r\n\r\n")
     lines = head.decode("latin-1").split("\r\n")
     headers = {n.strip().lower(): v.strip() for n, _, v in (l.partition(":") for l in lines[1:])}
@@ -226,12 +231,7 @@ def read_answer(sock):
     """One complete answer with Content-Length: (status, headers, body bytes)."""
     status, headers, rest = read_head(sock)
     length = int(headers.get("content-length", "0"))
-    while len(rest) < length:
-        chunk = sock.recv(65536)
-        if not chunk:
-            raise ConnectionError("closed inside the body")
-        rest += chunk
-    return status, headers, rest[:length]
+    return status, headers, receive(sock, rest, lambda d: len(d) >= length)[:length]
 
 
 def raw_request(method, path, headers=None, body=b""):
@@ -268,11 +268,7 @@ class AlertStream:
         self.status, self.headers, self.buffer = read_head(self.sock)
 
     def _fill(self, n):
-        while len(self.buffer) < n:
-            chunk = self.sock.recv(65536)
-            if not chunk:
-                raise ConnectionError("stream closed")
-            self.buffer += chunk
+        self.buffer = receive(self.sock, self.buffer, lambda d: len(d) >= n)
 
     def raw_part(self):
         """The next part exactly as sent: (head bytes, document bytes); nothing may come

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "gateway/sim/device_error.h"
 #include "gateway/sim/json_util.h"
 
@@ -63,22 +65,17 @@ TEST(RecordingIndex, MatchesSegmentsInTheTimeSpanWithPlaybackAddressesInGatewayF
 
 TEST(RecordingIndex, PagesWithMaxResultsAndPosition) {
     // One day of one-hour segments: 24 for a recording track.
-    struct Case {
-        const char* extra;
-        int matches;
-        const char* status;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, int, const char*> cases[] = {
         {"", 24, "OK"},
         {R"(,"maxResults":10)", 10, "MORE"},
         {R"(,"maxResults":10,"searchResultPostion":20)", 4, "OK"},
         {R"(,"searchResultPostion":24)", 0, "NO MATCHES"},
         {R"(,"contentTypeList":[{"contentType":"audio"}])", 0, "NO MATCHES"},
     };
-    for (const Case& c : cases) {
-        const Json::Value result = search(body(101, c.extra))["CMSearchResult"];
-        EXPECT_EQ(result["numOfMatches"].asInt(), c.matches) << c.extra;
-        EXPECT_EQ(result["responseStatusStrg"].asString(), c.status) << c.extra;
+    for (const auto& [extra, matches, status] : cases) {
+        const Json::Value result = search(body(101, extra))["CMSearchResult"];
+        EXPECT_EQ(result["numOfMatches"].asInt(), matches) << extra;
+        EXPECT_EQ(result["responseStatusStrg"].asString(), status) << extra;
     }
     EXPECT_EQ(search(body(103))["CMSearchResult"]["numOfMatches"].asInt(), 0);
 }
