@@ -36,7 +36,8 @@
 //
 // Parsing never expands entities other than the five predefined ones and character references,
 // never reads external resources, and refuses documents with a DOCTYPE, with more than one root,
-// or that are not well-formed. Text is UTF-8. Not thread-safe: one document per thread at a time.
+// with text outside the root, nested deeper than 256 elements, or that are not well-formed.
+// Text is UTF-8. Not thread-safe: one document per thread at a time.
 #pragma once
 
 #include <memory>
