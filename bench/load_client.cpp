@@ -9,6 +9,10 @@
 // go out bare. Connections are spread over --threads io_contexts, one thread each, so no
 // connection state is shared between threads.
 //
+// With --rate the requests are paced open-loop (request n is due n/rate seconds after the start)
+// and a body file holding "{dev}" or "{ns}" becomes a template: the alarm injector of the
+// fan-out and soak scripts, which puts a device number and a send time into every alarm.
+//
 // Reports requests/s, status counts, transport errors and latency percentiles (request written
 // to answer read), as text or as one JSON line (--json). Bounded: --duration (at most one hour)
 // and --max-requests; a connection that does not answer is abandoned at the deadline plus
@@ -18,7 +22,6 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <boost/asio.hpp>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -33,8 +36,11 @@
 #include <sstream>
 #include <string>
 #include <thread>
-#include <utility>  // before Asio, whose awaitable.hpp uses std::exchange
+#include <utility>
 #include <vector>
+
+// After the standard headers: Asio's awaitable.hpp uses std::exchange without <utility>.
+#include <boost/asio.hpp>
 
 namespace {
 
@@ -57,6 +63,9 @@ struct Options {
     double warmup = 0;
     double grace = 5;
     uint64_t maxRequests = UINT64_MAX;
+    double rate = 0;       // requests per second over all connections; 0: as fast as answered
+    uint64_t devices = 1;  // the range of {dev} in a body template
+    bool templated = false;
     bool json = false;
 };
 
@@ -237,7 +246,7 @@ std::optional<Head> parseHead(const char* data, size_t size) {
 class Connection : public std::enable_shared_from_this<Connection> {
   public:
     Connection(asio::io_context& io, Shared& shared, Stats& stats, int index)
-        : m_io(io), m_socket(io), m_shared(shared), m_stats(stats) {
+        : m_io(io), m_socket(io), m_pacer(io), m_shared(shared), m_stats(stats) {
         std::mt19937_64 random(static_cast<uint64_t>(index) * 7919 +
                                static_cast<uint64_t>(Clock::now().time_since_epoch().count()));
         char cnonce[17];
@@ -273,13 +282,33 @@ class Connection : public std::enable_shared_from_this<Connection> {
         });
     }
 
-    std::string request() {
+    // The body with "{dev}" replaced by the request's sequence number modulo --devices and
+    // "{ns}" by the steady clock in nanoseconds at sending.
+    std::string body(uint64_t sequence) const {
+        const Options& o = options();
+        if (!o.templated) return o.body;
+        std::string text = o.body;
+        const auto replace = [&text](const std::string& key, const std::string& value) {
+            for (size_t at = text.find(key); at != std::string::npos; at = text.find(key, at)) {
+                text.replace(at, key.size(), value);
+                at += value.size();
+            }
+        };
+        replace("{dev}", std::to_string(sequence % o.devices));
+        replace("{ns}", std::to_string(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                           Clock::now().time_since_epoch())
+                                           .count()));
+        return text;
+    }
+
+    std::string request(uint64_t sequence) {
         const Options& o = options();
         std::string text = o.method + " " + o.path + " HTTP/1.1\r\nHost: " + o.host + "\r\n";
         if (m_digest && !m_challenging) text += m_digest->nextHeader();
         if (!o.body.empty() || o.method == "PUT" || o.method == "POST") {
+            const std::string content = body(sequence);
             text += "Content-Type: " + o.contentType +
-                    "\r\nContent-Length: " + std::to_string(o.body.size()) + "\r\n\r\n" + o.body;
+                    "\r\nContent-Length: " + std::to_string(content.size()) + "\r\n\r\n" + content;
         } else {
             text += "\r\n";
         }
@@ -288,11 +317,30 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     void sendNext() {
         if (Clock::now() >= m_shared.deadline) return close();
-        if (!m_challenging &&
-            m_shared.issued.fetch_add(1, std::memory_order_relaxed) >= options().maxRequests) {
-            return close();
+        uint64_t sequence = 0;
+        if (!m_challenging) {
+            sequence = m_shared.issued.fetch_add(1, std::memory_order_relaxed);
+            if (sequence >= options().maxRequests) return close();
         }
-        m_out = request();
+        if (options().rate > 0 && !m_challenging) {
+            // Request n is due n / rate seconds after the start, whatever the answers' pace.
+            const auto due =
+                m_shared.start +
+                std::chrono::duration_cast<Clock::duration>(
+                    std::chrono::duration<double>(static_cast<double>(sequence) / options().rate));
+            if (due > Clock::now()) {
+                m_pacer.expires_at(due);
+                m_pacer.async_wait([self = shared_from_this(),
+                                    sequence](boost::system::error_code) { self->send(sequence); });
+                return;
+            }
+        }
+        send(sequence);
+    }
+
+    void send(uint64_t sequence) {
+        if (Clock::now() >= m_shared.deadline) return close();
+        m_out = request(sequence);
         m_sent = Clock::now();
         asio::async_write(m_socket, asio::buffer(m_out),
                           [self = shared_from_this()](boost::system::error_code ec, size_t) {
@@ -366,6 +414,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     asio::io_context& m_io;
     tcp::socket m_socket;
+    asio::steady_timer m_pacer;
     Shared& m_shared;
     Stats& m_stats;
     std::string m_cnonce;
@@ -383,7 +432,9 @@ void usage() {
     std::cerr << "usage: korva-load --port P [--host 127.0.0.1] [--method GET|PUT|POST]\n"
                  "  [--path /x] [--body-file F] [--content-type T] [--user U --password P]\n"
                  "  [--connections 64] [--threads N] [--duration 10] [--warmup 0]\n"
-                 "  [--max-requests N] [--grace 5] [--json]\n";
+                 "  [--max-requests N] [--grace 5] [--rate R] [--devices N] [--json]\n"
+                 "A body file holding {dev} or {ns} is a template: {dev} becomes the request's\n"
+                 "sequence number modulo --devices, {ns} the steady clock in ns at sending.\n";
 }
 
 bool isLoopback(const std::string& host) {
@@ -402,33 +453,34 @@ std::optional<Options> parseOptions(int argc, char** argv) {
         }
         if (i + 1 >= argc) return std::nullopt;
         const std::string value = argv[++i];
-        if (flag == "--host")
-            o.host = value;
-        else if (flag == "--port")
-            o.port = static_cast<unsigned short>(std::stoi(value));
-        else if (flag == "--method")
-            o.method = value;
-        else if (flag == "--path")
-            o.path = value;
-        else if (flag == "--content-type")
-            o.contentType = value;
-        else if (flag == "--user")
-            o.user = value;
-        else if (flag == "--password")
-            o.password = value;
-        else if (flag == "--connections")
-            o.connections = std::stoi(value);
-        else if (flag == "--threads")
-            o.threads = std::stoi(value);
-        else if (flag == "--duration")
-            o.duration = std::stod(value);
-        else if (flag == "--warmup")
-            o.warmup = std::stod(value);
-        else if (flag == "--grace")
-            o.grace = std::stod(value);
-        else if (flag == "--max-requests")
-            o.maxRequests = std::stoull(value);
-        else if (flag == "--body-file") {
+        using Setter = std::function<void(const std::string&)>;
+        const std::map<std::string, Setter> setters = {
+            {"--host", [&](const std::string& v) { o.host = v; }},
+            {"--port",
+             [&](const std::string& v) { o.port = static_cast<unsigned short>(std::stoi(v)); }},
+            {"--method", [&](const std::string& v) { o.method = v; }},
+            {"--path", [&](const std::string& v) { o.path = v; }},
+            {"--content-type", [&](const std::string& v) { o.contentType = v; }},
+            {"--user", [&](const std::string& v) { o.user = v; }},
+            {"--password", [&](const std::string& v) { o.password = v; }},
+            {"--connections", [&](const std::string& v) { o.connections = std::stoi(v); }},
+            {"--threads", [&](const std::string& v) { o.threads = std::stoi(v); }},
+            {"--duration", [&](const std::string& v) { o.duration = std::stod(v); }},
+            {"--warmup", [&](const std::string& v) { o.warmup = std::stod(v); }},
+            {"--grace", [&](const std::string& v) { o.grace = std::stod(v); }},
+            {"--max-requests", [&](const std::string& v) { o.maxRequests = std::stoull(v); }},
+            {"--rate", [&](const std::string& v) { o.rate = std::stod(v); }},
+            {"--devices", [&](const std::string& v) { o.devices = std::stoull(v); }},
+        };
+        const auto setter = setters.find(flag);
+        if (setter != setters.end()) {
+            try {
+                setter->second(value);
+            } catch (const std::exception&) {
+                std::cerr << "korva-load: bad value for " << flag << ": " << value << "\n";
+                return std::nullopt;
+            }
+        } else if (flag == "--body-file") {
             std::ifstream in(value, std::ios::binary);
             if (!in) {
                 std::cerr << "korva-load: cannot read " << value << "\n";
@@ -438,14 +490,17 @@ std::optional<Options> parseOptions(int argc, char** argv) {
             text << in.rdbuf();
             o.body = text.str();
         } else {
+            std::cerr << "korva-load: unknown flag " << flag << "\n";
             return std::nullopt;
         }
     }
     if (o.port == 0 || o.connections < 1 || o.connections > 10000 || o.threads < 1 ||
         o.threads > 256 || o.duration <= 0 || o.duration > 3600 || o.warmup < 0 ||
-        o.warmup >= o.duration || o.grace < 0 || o.grace > 60) {
+        o.warmup >= o.duration || o.grace < 0 || o.grace > 60 || o.rate < 0 || o.devices < 1) {
         return std::nullopt;
     }
+    o.templated =
+        o.body.find("{dev}") != std::string::npos || o.body.find("{ns}") != std::string::npos;
     if (!isLoopback(o.host)) {
         std::cerr << "korva-load: only loopback addresses are accepted\n";
         return std::nullopt;
