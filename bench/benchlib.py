@@ -335,7 +335,8 @@ class Nginx:
 # ---- the load client ----
 
 def run_load(build, port, path, seconds, connections, threads=None, method="GET",
-             body_file=None, user=None, password=None, warmup=0.0, max_requests=None):
+             body_file=None, user=None, password=None, warmup=0.0, max_requests=None,
+             rate=None, devices=None, content_type=None):
     """One korva-load run; its JSON report as a dict."""
     command = [build_bin(build, "korva-load"), "--port", str(port), "--path", path, "--method",
                method, "--connections", str(connections), "--duration", str(seconds),
@@ -348,6 +349,12 @@ def run_load(build, port, path, seconds, connections, threads=None, method="GET"
         command += ["--user", user, "--password", password]
     if max_requests:
         command += ["--max-requests", str(max_requests)]
+    if rate:
+        command += ["--rate", str(rate)]
+    if devices:
+        command += ["--devices", str(devices)]
+    if content_type:
+        command += ["--content-type", content_type]
     out = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False,
                          timeout=seconds + 120)
     if out.returncode != 0:
