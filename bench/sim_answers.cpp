@@ -37,7 +37,8 @@ int main() {
     korva::sim::SimCamera camera("cam-1", 1714550400);
     const std::string channel = "/KORVA/Streaming/channels/101";
     Json::Value resources(Json::objectValue);
-    resources["GET /KORVA/System/deviceInfo"] = parsed(answer(camera, 0, "/KORVA/System/deviceInfo"));
+    resources["GET /KORVA/System/deviceInfo"] =
+        parsed(answer(camera, 0, "/KORVA/System/deviceInfo"));
     const std::string stream = answer(camera, 0, channel);
     resources["GET " + channel] = parsed(stream);
     const Json::Value put = parsed(answer(camera, 1, channel, stream));
