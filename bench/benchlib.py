@@ -132,6 +132,29 @@ def request(port, method, path, body=b"", user=USER, password=PASSWORD, headers=
         return status, answer_headers, answer
 
 
+def open_idle(port, count, user=None, password=None, path="/KORVA/System/deviceInfo"):
+    """count keep-alive connections, each left idle after one answered request (authenticated
+    when user is set); the sockets, to be closed by the caller."""
+    socks = []
+    try:
+        for _ in range(count):
+            sock = socket.create_connection(("127.0.0.1", port), timeout=30)
+            socks.append(sock)
+            sock.sendall(raw("GET", path))
+            status, headers, _, _ = _answer(sock)
+            if status == 401 and user:
+                sock.sendall(raw("GET", path, {"Authorization": digest_header(
+                    "GET", path, headers["www-authenticate"], user, password)}))
+                status, _, _, _ = _answer(sock)
+            if status != 200:
+                raise RuntimeError("idle connection: GET %s answered %d" % (path, status))
+    except BaseException:
+        for sock in socks:
+            sock.close()
+        raise
+    return socks
+
+
 def open_stream(port, user, password, path="/KORVA/Event/notification/alertStream"):
     """A socket on which an authenticated GET of the alert stream was answered with a 200 head;
     (socket, bytes already read past the head)."""
@@ -317,6 +340,16 @@ class Nginx:
         for child in children(self.pid):
             try:
                 total += cpu_seconds(child)
+            except OSError:
+                pass
+        return total
+
+    def rss_bytes(self):
+        """RSS of the master and its workers."""
+        total = rss_bytes(self.pid)
+        for child in children(self.pid):
+            try:
+                total += rss_bytes(child)
             except OSError:
                 pass
         return total

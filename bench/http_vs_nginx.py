@@ -8,7 +8,8 @@ without the simulated camera's work). Then runs interleaved rounds of korva-load
 for GET deviceInfo, GET streaming channel 101 and PUT of that channel's document (nginx serves
 no PUT), and prints medians over the rounds: requests/s, the ratio to nginx, p99 latency, server
 CPU per request (utime + stime from /proc over the run, divided by the requests answered), and
-the spread of requests/s across rounds.
+the spread of requests/s across rounds; then the RSS each server spends per idle keep-alive
+connection (--idle connections, each left idle after one answered request).
 
   bench/http_vs_nginx.py                 # 3 rounds of 10 s, 64 connections
   bench/http_vs_nginx.py --quick         # a smoke run of a few seconds
@@ -21,6 +22,7 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import time
 
 import benchlib
 
@@ -41,6 +43,18 @@ def measure(build, server_pid_cpu, port, work, args, auth):
         print("  warning: %s %s on port %d: statuses %s, errors %d" % (
             method, path, port, report["statuses"], report["errors"]), file=sys.stderr)
     return report
+
+
+def idle_memory(port, count, rss, auth):
+    """RSS growth per connection from opening count idle keep-alive connections."""
+    before = rss()
+    socks = benchlib.open_idle(port, count, *(auth or (None, None)))
+    try:
+        time.sleep(0.5)
+        return (rss() - before) / count
+    finally:
+        for sock in socks:
+            sock.close()
 
 
 def spread(values):
@@ -95,11 +109,13 @@ def main():
     parser.add_argument("--threads", type=int, default=None,
                         help="load client threads (default: one per core)")
     parser.add_argument("--log-level", type=int, default=5)
+    parser.add_argument("--idle", type=int, default=1000,
+                        help="idle keep-alive connections for the memory figure (0: none)")
     parser.add_argument("--json-out", help="write every round's figures to this file")
     parser.add_argument("--quick", action="store_true", help="1 round of 1 s, 8 connections")
     args = parser.parse_args()
     if args.quick:
-        args.rounds, args.seconds, args.connections = 1, 1.0, 8
+        args.rounds, args.seconds, args.connections, args.idle = 1, 1.0, 8, 100
     if not 1 <= args.rounds <= 20 or not 0 < args.seconds <= 300:
         parser.error("rounds 1..20, seconds up to 300")
     build = args.build
@@ -170,6 +186,13 @@ def main():
                          summary(results[(name, "fixed")])))
         print()
         print_table(rows)
+        if args.idle > 0:
+            print()
+            for name, port, rss, auth in (
+                    ("nginx", nginx.port, nginx.rss_bytes, None),
+                    ("gateway", camera.port, lambda: benchlib.rss_bytes(camera.pid), user)):
+                print("%s: %.2f KiB of RSS per idle keep-alive connection (%d connections)" % (
+                    name, idle_memory(port, args.idle, rss, auth) / 1024, args.idle))
         if args.json_out:
             with open(args.json_out, "w") as f:
                 json.dump({"%s|%s" % key: summary(value) for key, value in results.items()},
