@@ -20,6 +20,8 @@ ROOT = os.path.dirname(HERE)
 USER, PASSWORD = "admin", "Bench12345"
 LISTENING = re.compile(
     r"^korva-gateway listening on http://(\S+):(\d+), admin on http://(\S+):(\d+)")
+SANITIZER_REPORT = re.compile(
+    r"ERROR: (AddressSanitizer|LeakSanitizer)|runtime error:|WARNING: ThreadSanitizer")
 TICK = os.sysconf("SC_CLK_TCK")
 PAGE = os.sysconf("SC_PAGE_SIZE")
 
@@ -257,8 +259,14 @@ class Gateway:
             except subprocess.TimeoutExpired:
                 self.process.kill()
                 code = self.process.wait()
+            self.final_stderr = self.stderr_text()
         shutil.rmtree(self.tmp, ignore_errors=True)
         return code
+
+    def sanitizer_report(self):
+        """The first sanitizer report in the stopped gateway's stderr, or None."""
+        match = SANITIZER_REPORT.search(getattr(self, "final_stderr", ""))
+        return self.final_stderr[match.start():match.start() + 3000] if match else None
 
 
 NGINX_CONF = """worker_processes 1;

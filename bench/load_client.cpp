@@ -16,7 +16,8 @@
 // Reports requests/s, status counts, transport errors and latency percentiles (request written
 // to answer read), as text or as one JSON line (--json). Bounded: --duration (at most one hour)
 // and --max-requests; a connection that does not answer is abandoned at the deadline plus
-// --grace seconds. Only loopback addresses are accepted.
+// --grace seconds. Only loopback addresses are accepted. Answers must carry Content-Length (a
+// streamed answer without it is not read to its end).
 #include <openssl/evp.h>
 
 #include <algorithm>

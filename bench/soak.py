@@ -15,7 +15,8 @@ and CPU are sampled, printed, tabled at the end and plotted to a PNG (matplotlib
 Verdict: the first 20 % of the samples are warm-up. RSS growth is the median of the last five
 samples over the median of the five samples after warm-up; descriptor drift is the same
 difference of descriptor counts. Exit status 1 when growth > --max-growth (2 %), when the drift
-exceeds --fd-tolerance, or when the gateway dies or exits non-zero; 0 otherwise.
+exceeds --fd-tolerance, or when the gateway dies, exits non-zero or a sanitizer reports anything
+in its stderr; 0 otherwise.
 
   bench/soak.py                        # 10 minutes
   bench/soak.py --quick                # 30 s smoke run
@@ -219,6 +220,10 @@ def main():
         if exit_code != 0:
             print("FAIL: gateway exit status %s" % exit_code)
             code = 1
+        report = gateway.sanitizer_report()
+        if report:
+            print("FAIL: sanitizer report in the gateway's stderr:\n" + report)
+            code = 1
         shutil.rmtree(tmp, ignore_errors=True)
     return code
 
@@ -236,7 +241,7 @@ def verdict(args, samples, errors):
     fd_end = statistics.median(s[2] for s in after[-5:])
     growth = 100.0 * (rss_end - rss_start) / rss_start
     fds = [s[2] for s in after]
-    print("RSS after warm-up %.2f MiB, at the end %.2f MiB: growth %+.2f %% (limit %.1f %%)" % (
+    print("RSS after warm-up %.2f MiB, at the end %.2f MiB: growth %+.2f %% (limit %g %%)" % (
         rss_start / 2**20, rss_end / 2**20, growth, args.max_growth))
     print("descriptors after warm-up: min %d, max %d, drift %+d (tolerance %d)" % (
         min(fds), max(fds), fd_end - fd_start, args.fd_tolerance))
