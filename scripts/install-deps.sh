@@ -8,6 +8,7 @@ PACKAGES=(
   libjsoncpp-dev libpugixml-dev libboost-dev libssl-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   curl python3 python3-requests
+  nginx python3-matplotlib  # bench/: the reference server of http_vs_nginx.py, soak.py's plot
 )
 
 missing=()
