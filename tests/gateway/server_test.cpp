@@ -192,7 +192,7 @@ TEST_F(ServerTest, StreamWriteToAClientThatDoesNotReadReturnsAPartialCountInTime
 TEST_F(ServerTest, OversizedHeadAndThrowingPluginAreAnsweredNotDropped) {
     const std::pair<std::string, const char*> cases[] = {
         {"GET /sync HTTP/1.1\r\nX-Big: " + std::string(3000, 'a') + "\r\n\r\n", "HTTP/1.1 431 "},
-        {"GET /throw HTTP/1.1\r\n\r\n", "HTTP/1.1 500 "},
+        {"GET /throw HTTP/1.1\r\nHost: x\r\n\r\n", "HTTP/1.1 500 "},
     };
     for (const auto& [request, status] : cases) {
         const int fd = connectClient(request);
@@ -203,10 +203,10 @@ TEST_F(ServerTest, OversizedHeadAndThrowingPluginAreAnsweredNotDropped) {
 }
 
 TEST_F(ServerTest, StoppedServerRefusesToEnterThePlugin) {
-    const int fd = connectClient("GET /sync HTTP/1.1\r\n\r\n");
+    const int fd = connectClient("GET /sync HTTP/1.1\r\nHost: x\r\n\r\n");
     readUntil(fd, "</a>");
     m_server->stopAccepting();
-    send(fd, "GET /sync HTTP/1.1\r\n\r\n");
+    send(fd, "GET /sync HTTP/1.1\r\nHost: x\r\n\r\n");
     // The plug-in is not entered any more: the idle connection is closed, or the request that
     // raced the stop is refused with 503 and the connection ends.
     const std::string answer = readUntil(fd, "</a>");
