@@ -20,9 +20,9 @@ std::string localTime(std::chrono::system_clock::time_point when) {
     localtime_r(&seconds, &tm);
     char text[64];
     const std::size_t n = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &tm);
-    char zone[8];
-    std::strftime(zone, sizeof zone, "%z", &tm);
-    std::snprintf(text + n, sizeof text - n, ".%03d%s", static_cast<int>(ms), zone);
+    const long offset = tm.tm_gmtoff < 0 ? -tm.tm_gmtoff : tm.tm_gmtoff;
+    std::snprintf(text + n, sizeof text - n, ".%03d%c%02ld:%02ld", static_cast<int>(ms),
+                  tm.tm_gmtoff < 0 ? '-' : '+', offset / 3600 % 100, offset % 3600 / 60);
     return text;
 }
 

@@ -194,11 +194,18 @@ void Connection::answerReadError(error_code ec) {
         return refuse(408, "request not received in time");
     }
     if (ec == http::error::header_limit) {
+        // A head over the limit because of its target is answered 414. The parser has the
+        // target once the request line was complete; before that the line is in the buffer.
+        const auto target = m_parser->get().target();
         const auto bytes = m_buffer.data();
-        const std::string_view head(static_cast<const char*>(bytes.data()), bytes.size());
-        return requestLineTooLong(head, m_limits.maxTargetBytes)
-                   ? refuse(414, refusalAnswer(HeadRefusal::kTargetTooLong).text)
-                   : refuse(431, "request header too large");
+        const bool targetTooLong =
+            target.empty() ? requestLineTooLong(std::string_view(static_cast<const char*>(
+                                                                     bytes.data()),
+                                                                 bytes.size()),
+                                                m_limits.maxTargetBytes)
+                           : target.size() > m_limits.maxTargetBytes;
+        return targetTooLong ? refuse(414, refusalAnswer(HeadRefusal::kTargetTooLong).text)
+                             : refuse(431, "request header too large");
     }
     if (ec == http::error::body_limit) return refuse(413, "request body too large");
     if (ec.category() == http::make_error_code(http::error::bad_version).category() &&
