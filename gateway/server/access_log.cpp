@@ -76,6 +76,9 @@ std::string authorizationUser(std::string_view authorization) {
             valueEnd = authorization.find(',', valueStart);
             if (valueEnd == std::string_view::npos) valueEnd = authorization.size();
             at = valueEnd;
+            while (valueEnd > valueStart &&
+                   (authorization[valueEnd - 1] == ' ' || authorization[valueEnd - 1] == '\t'))
+                --valueEnd;
         }
         if (name.size() == 8 && strncasecmp(name.data(), "username", 8) == 0) {
             return std::string(authorization.substr(valueStart, valueEnd - valueStart));

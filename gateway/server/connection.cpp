@@ -199,11 +199,11 @@ void Connection::answerReadError(error_code ec) {
         const auto target = m_parser->get().target();
         const auto bytes = m_buffer.data();
         const bool targetTooLong =
-            target.empty() ? requestLineTooLong(std::string_view(static_cast<const char*>(
-                                                                     bytes.data()),
-                                                                 bytes.size()),
-                                                m_limits.maxTargetBytes)
-                           : target.size() > m_limits.maxTargetBytes;
+            target.empty()
+                ? requestLineTooLong(
+                      std::string_view(static_cast<const char*>(bytes.data()), bytes.size()),
+                      m_limits.maxTargetBytes)
+                : target.size() > m_limits.maxTargetBytes;
         return targetTooLong ? refuse(414, refusalAnswer(HeadRefusal::kTargetTooLong).text)
                              : refuse(431, "request header too large");
     }
