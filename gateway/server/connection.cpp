@@ -216,6 +216,8 @@ void Connection::answerReadError(error_code ec) {
 }
 
 void Connection::refuse(int status, const std::string& text) {
+    ++m_readGeneration;  // the request deadline must not cancel the refusal's write
+    m_requestTimer.cancel();
     ++m_requestSerial;
     m_answered = true;
     if (!m_accessPending) {
