@@ -262,6 +262,7 @@ class ConnectionCapsTest(GatewayTestCase):
             self.assertTrue(self.gateway.wait_for(lambda: self.gateway.open_connections() == 4))
             self.assertEqual(statuses(exchange(self.gateway.port, request, source="127.0.0.3")),
                              [403])
+            self.assertTrue(self.gateway.wait_for(lambda: self.gateway.open_connections() == 4))
             self.assertEqual(exchange(self.gateway.port, request, source="127.0.0.1"), b"")
             metrics = self.gateway.admin("GET", "/metrics")[1]
             # The listener cap is checked first.
