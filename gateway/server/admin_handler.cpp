@@ -31,6 +31,13 @@ AdminAnswer errorAnswer(int status, const std::string& text) {
     return {status, "application/json", jsonError(status, text)};
 }
 
+// 405 naming the methods the resource takes (HEAD arrives here as GET).
+AdminAnswer methodNotAllowed(const char* allow) {
+    AdminAnswer answer = errorAnswer(405, std::string("use ") + allow);
+    answer.allow = allow;
+    return answer;
+}
+
 // The device an alarm document names, "" when it names none or is not JSON.
 std::string alarmDevice(const std::string& body) {
     Json::CharReaderBuilder builder;
@@ -45,7 +52,9 @@ std::string alarmDevice(const std::string& body) {
     return devIndex.isString() ? devIndex.asString() : "";
 }
 
-int hexValue(char c) { return korva::host::hexDigitValue(c); }
+int hexValue(char c) {
+    return korva::host::hexDigitValue(c);
+}
 
 }  // namespace
 
@@ -68,7 +77,9 @@ bool percentDecode(const std::string& text, std::string* out) {
 
 void AdminHandler::onRequest(const std::shared_ptr<Connection>& connection, HttpRequest&& request) {
     const AdminAnswer answer = handle(request);
-    connection->answer(answer.status, {{"Content-Type", answer.contentType}}, answer.body);
+    HeaderList headers = {{"Content-Type", answer.contentType}};
+    if (!answer.allow.empty()) headers.emplace_back("Allow", answer.allow);
+    connection->answer(answer.status, headers, answer.body);
 }
 
 AdminAnswer AdminHandler::handle(const HttpRequest& request) {
@@ -77,19 +88,19 @@ AdminAnswer AdminHandler::handle(const HttpRequest& request) {
     const auto verb = request.method();
 
     if (path == "/metrics") {
-        if (verb != http::verb::get) return errorAnswer(405, "use GET");
+        if (verb != http::verb::get) return methodNotAllowed("GET, HEAD");
         return {200, "text/plain; version=0.0.4", m_metrics.render(m_korvaConnections.size())};
     }
     if (path == "/admin/state") {
-        if (verb != http::verb::get) return errorAnswer(405, "use GET");
+        if (verb != http::verb::get) return methodNotAllowed("GET, HEAD");
         return state();
     }
     if (path == "/admin/alarms") {
-        if (verb != http::verb::post) return errorAnswer(405, "use POST");
+        if (verb != http::verb::post) return methodNotAllowed("POST");
         return postAlarm(request.body());
     }
     if (path == "/admin/alarm-bus/reset") {
-        if (verb != http::verb::post) return errorAnswer(405, "use POST");
+        if (verb != http::verb::post) return methodNotAllowed("POST");
         korva::host::resetAlarmBus();
         return jsonAnswer(200, Json::Value(Json::objectValue));
     }
@@ -103,7 +114,7 @@ AdminAnswer AdminHandler::handle(const HttpRequest& request) {
                 return errorAnswer(400, "malformed device index");
             }
             if (action == "attach" || action == "detach") {
-                if (verb != http::verb::post) return errorAnswer(405, "use POST");
+                if (verb != http::verb::post) return methodNotAllowed("POST");
                 return changeDevice(devIndex, action == "attach");
             }
         }

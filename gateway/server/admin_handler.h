@@ -22,9 +22,16 @@ class ConnectionRegistry;
 class Metrics;
 
 struct AdminAnswer {
-    int status = 200;
-    std::string contentType = "application/json";
+    AdminAnswer(int answerStatus = 200, std::string type = "application/json",
+                std::string text = "", std::string methods = "")
+        : status(answerStatus),
+          contentType(std::move(type)),
+          body(std::move(text)),
+          allow(std::move(methods)) {}
+    int status;
+    std::string contentType;
     std::string body;
+    std::string allow;  // the Allow header of a 405
 };
 
 class AdminHandler : public RequestHandler {

@@ -6,9 +6,12 @@
 #include <boost/beast/core/string.hpp>
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/read.hpp>
+#include <string_view>
 
 #include "gateway/server/connection_registry.h"
 #include "gateway/server/metrics.h"
+#include "gateway/server/request_check.h"
+#include "host/qx_log.h"
 
 namespace korva::gateway {
 
@@ -19,14 +22,20 @@ namespace {
 
 thread_local bool tlsIoThread = false;
 
-std::string peerText(const tcp::socket& socket) {
-    error_code ec;
-    const auto endpoint = socket.remote_endpoint(ec);
-    if (ec) return "";
-    const auto address = endpoint.address();
-    const std::string host =
-        address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
-    return host + ":" + std::to_string(endpoint.port());
+// Bytes read at a time outside the HTTP parser (first bytes of a request, the watch read).
+constexpr std::size_t kReadChunk = 4096;
+// How long a closing connection discards what the peer still sends.
+constexpr std::chrono::seconds kLinger{2};
+// When the request deadline's cancel did not end the read, the stream's own expiry this much
+// later closes the connection.
+constexpr std::chrono::seconds kDeadlineGrace{2};
+
+std::string addressText(const net::ip::address& address) {
+    return address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
+}
+
+std::string versionText(unsigned version) {
+    return "HTTP/" + std::to_string(version / 10) + "." + std::to_string(version % 10);
 }
 
 }  // namespace
@@ -39,17 +48,23 @@ void markIoThread() {
 }
 
 Connection::Connection(tcp::socket socket, RequestHandler& handler, const ServerLimits& limits,
-                       ConnectionRegistry& registry, Metrics* metrics)
-    : m_socket(std::move(socket)),
+                       ConnectionRegistry& registry, Metrics* metrics, const char* logTag)
+    : m_stream(std::move(socket)),
       m_handler(handler),
       m_limits(limits),
       m_registry(registry),
       m_metrics(metrics),
+      m_logTag(logTag),
       m_id(registry.nextId()),
-      m_peer(peerText(m_socket)),
-      m_readTimer(m_socket.get_executor()),
-      m_writeTimer(m_socket.get_executor()),
-      m_answerTimer(m_socket.get_executor()) {}
+      m_requestTimer(m_stream.get_executor()),
+      m_answerTimer(m_stream.get_executor()) {
+    error_code ec;
+    const auto endpoint = m_stream.socket().remote_endpoint(ec);
+    if (!ec) {
+        m_clientAddress = addressText(endpoint.address());
+        m_peer = m_clientAddress + ":" + std::to_string(endpoint.port());
+    }
+}
 
 Connection::~Connection() {
     if (m_streaming && m_metrics) m_metrics->streamClosed();
@@ -57,7 +72,7 @@ Connection::~Connection() {
 }
 
 void Connection::start() {
-    net::dispatch(m_socket.get_executor(), [self = shared_from_this()] { self->readRequest(); });
+    net::dispatch(m_stream.get_executor(), [self = shared_from_this()] { self->readRequest(); });
 }
 
 void Connection::readRequest() {
@@ -67,23 +82,68 @@ void Connection::readRequest() {
     m_parser.emplace();
     m_parser->header_limit(static_cast<std::uint32_t>(m_limits.maxHeaderBytes));
     m_parser->body_limit(m_limits.maxBodyBytes);
-    m_readTimer.expires_after(m_limits.idleTimeout);
-    m_readTimer.async_wait([self = shared_from_this()](error_code ec) {
-        if (!ec) self->closeNow();  // idle or too slow: the read is cancelled by the close
-    });
+    m_readDeadline = std::chrono::steady_clock::now() + m_limits.idleTimeout;
+    ++m_readGeneration;
+    m_readTimedOut = false;
+    m_headRequest = false;
+    if (m_buffer.size() == 0) return readFirstBytes();
+    readHead();  // pipelined bytes of this request are here already
+}
+
+void Connection::readFirstBytes() {
+    // Nothing of a request yet: when the stream's timeout ends this read, the connection was
+    // idle and just closes.
+    m_stream.expires_at(m_readDeadline);
+    m_stream.async_read_some(m_buffer.prepare(kReadChunk),
+                             [self = shared_from_this()](error_code ec, std::size_t n) {
+                                 self->m_buffer.commit(n);
+                                 if (ec || self->closed()) return self->closeNow();
+                                 self->readHead();
+                             });
+}
+
+void Connection::readHead() {
+    armRequestDeadline();
+    m_stream.expires_at(m_readDeadline + kDeadlineGrace);
     http::async_read_header(
-        m_socket, m_buffer, *m_parser,
+        m_stream, m_buffer, *m_parser,
         [self = shared_from_this()](error_code ec, std::size_t) { self->onHeader(ec); });
+}
+
+void Connection::armRequestDeadline() {
+    // Part of a request has arrived: if the rest is late, the read is cancelled (never the
+    // connection closed) so that onRead can answer 408. A completion that belongs to an
+    // earlier read finds another generation and does nothing.
+    m_requestTimer.expires_at(m_readDeadline);
+    m_requestTimer.async_wait(
+        [self = shared_from_this(), generation = m_readGeneration](error_code ec) {
+            if (ec || generation != self->m_readGeneration || self->closed()) return;
+            self->m_readTimedOut = true;
+            error_code ignored;
+            self->m_stream.socket().cancel(ignored);
+        });
 }
 
 void Connection::onHeader(error_code ec) {
     if (ec || closed()) return onRead(ec);
+    auto& head = m_parser->get();
+    noteAccess(head);
+    m_headRequest = head.method() == http::verb::head;
+    if (const HeadRefusal refusal = checkRequestHead(head, m_limits.maxTargetBytes);
+        refusal != HeadRefusal::kNone) {
+        const RefusalAnswer answer = refusalAnswer(refusal);
+        return refuse(answer.status, answer.text);
+    }
+    const std::string_view target(head.target().data(), head.target().size());
+    if (target.front() != '/' && target != "*") head.target(originForm(target));
     // A client that waits for "100 Continue" before sending its body (curl does for larger
     // bodies) gets it at once; the body's size was checked against the limit with the head.
-    const auto expect = m_parser->get()[http::field::expect];
-    if (!m_parser->is_done() && boost::beast::iequals(expect, "100-continue")) {
+    // HTTP/1.0 knows no interim answers.
+    const auto expect = head[http::field::expect];
+    if (!m_parser->is_done() && head.version() >= 11 &&
+        boost::beast::iequals(expect, "100-continue")) {
         static constexpr char kContinue[] = "HTTP/1.1 100 Continue\r\n\r\n";
-        net::async_write(m_socket, net::buffer(kContinue, sizeof kContinue - 1),
+        net::async_write(m_stream, net::buffer(kContinue, sizeof kContinue - 1),
                          [self = shared_from_this()](error_code writeEc, std::size_t) {
                              if (writeEc) return self->closeNow();
                              self->readBody();
@@ -95,12 +155,13 @@ void Connection::onHeader(error_code ec) {
 
 void Connection::readBody() {
     if (closed()) return;
-    http::async_read(m_socket, m_buffer, *m_parser,
+    http::async_read(m_stream, m_buffer, *m_parser,
                      [self = shared_from_this()](error_code ec, std::size_t) { self->onRead(ec); });
 }
 
 void Connection::onRead(error_code ec) {
-    m_readTimer.cancel();
+    ++m_readGeneration;  // the request deadline is over for this read
+    m_requestTimer.cancel();
     if (closed()) return;
     if (ec) return answerReadError(ec);
 
@@ -111,33 +172,68 @@ void Connection::onRead(error_code ec) {
     HttpRequest request = m_parser->release();
     m_parser.reset();
     m_keepAlive = request.keep_alive();
-    m_handler.onRequest(shared_from_this(), std::move(request));
+    // HEAD is GET without the body: handlers answer the GET, the body is dropped on the way out.
+    if (m_headRequest) request.method(http::verb::get);
+    handOver(std::move(request));
+}
+
+void Connection::handOver(HttpRequest&& request) {
+    try {
+        m_handler.onRequest(shared_from_this(), std::move(request));
+        return;
+    } catch (const std::exception& error) {
+        QX_Log_Print(5, m_logTag, "request handler failed: %s", error.what());
+    } catch (...) {
+        QX_Log_Print(5, m_logTag, "request handler failed");
+    }
+    answer(500, {{"Content-Type", "application/json"}}, jsonError(500, "internal error"));
 }
 
 void Connection::answerReadError(error_code ec) {
-    int status = 0;
-    std::string text;
-    if (ec == http::error::header_limit) {
-        status = 431;
-        text = "request header too large";
-    } else if (ec == http::error::body_limit) {
-        status = 413;
-        text = "request body too large";
-    } else if (ec == http::error::end_of_stream || ec == net::error::eof ||
-               ec == net::error::operation_aborted || ec == net::error::connection_reset) {
-        return closeNow();  // the peer left between or during requests
-    } else if (ec.category() == http::make_error_code(http::error::bad_version).category() ||
-               ec == http::error::buffer_overflow) {
-        status = 400;
-        text = "malformed request";
-    } else {
-        return closeNow();
+    if (m_readTimedOut && ec == net::error::operation_aborted) {
+        return refuse(408, "request not received in time");
     }
+    if (ec == http::error::header_limit) {
+        // A head over the limit because of its target is answered 414. The parser has the
+        // target once the request line was complete; before that the line is in the buffer.
+        const auto target = m_parser->get().target();
+        const auto bytes = m_buffer.data();
+        const bool targetTooLong =
+            target.empty()
+                ? requestLineTooLong(
+                      std::string_view(static_cast<const char*>(bytes.data()), bytes.size()),
+                      m_limits.maxTargetBytes)
+                : target.size() > m_limits.maxTargetBytes;
+        return targetTooLong ? refuse(414, refusalAnswer(HeadRefusal::kTargetTooLong).text)
+                             : refuse(431, "request header too large");
+    }
+    if (ec == http::error::body_limit) return refuse(413, "request body too large");
+    if (ec.category() == http::make_error_code(http::error::bad_version).category() &&
+        ec != http::error::end_of_stream && ec != http::error::partial_message) {
+        return refuse(400, "malformed request");
+    }
+    closeNow();  // the peer left between or during requests, or the stream timed out
+}
+
+void Connection::refuse(int status, const std::string& text) {
+    ++m_readGeneration;  // the request deadline must not cancel the refusal's write
+    m_requestTimer.cancel();
     ++m_requestSerial;
     m_answered = true;
+    if (!m_accessPending) {
+        m_access = AccessRecord{};
+        m_access.client = m_clientAddress;
+        m_access.arrival = std::chrono::system_clock::now();
+        m_accessStart = std::chrono::steady_clock::now();
+        m_accessPending = true;
+    }
     if (m_metrics) m_metrics->countAnswer(status);
-    enqueue(std::make_shared<WriteJob>(formatAnswer(status, {{"Content-Type", "application/json"}},
-                                                    jsonError(status, text), false),
+    setPhase(Phase::kWriting);
+    const HeaderList headers = {{"Content-Type", "application/json"}};
+    const std::string body = jsonError(status, text);
+    enqueue(std::make_shared<WriteJob>(m_headRequest
+                                           ? formatAnswerHead(status, headers, body.size(), false)
+                                           : formatAnswer(status, headers, body, false),
                                        WriteJob::After::kClose, false));
 }
 
@@ -149,7 +245,8 @@ void Connection::answer(int status, const HeaderList& headers, const std::string
     if (m_metrics) m_metrics->countAnswer(status);
     setPhase(Phase::kWriting);
     enqueue(std::make_shared<WriteJob>(
-        formatAnswer(status, headers, body, keepAlive),
+        m_headRequest ? formatAnswerHead(status, headers, body.size(), keepAlive)
+                      : formatAnswer(status, headers, body, keepAlive),
         keepAlive ? WriteJob::After::kEndRequest : WriteJob::After::kClose, false));
 }
 
@@ -163,11 +260,12 @@ void Connection::awaitAnswer() {
         self->answer(504, {{"Content-Type", "application/json"}},
                      jsonError(504, "no answer from the protocol plug-in"));
     });
+    watchPeer();
 }
 
 void Connection::deliverAnswer(std::uint64_t serial, int status, HeaderList headers,
                                std::string body) {
-    net::post(m_socket.get_executor(), [self = shared_from_this(), serial, status,
+    net::post(m_stream.get_executor(), [self = shared_from_this(), serial, status,
                                         headers = std::move(headers), body = std::move(body)] {
         if (self->m_requestSerial != serial || self->m_answered || self->m_streaming) return;
         if (self->m_metrics) {
@@ -179,7 +277,7 @@ void Connection::deliverAnswer(std::uint64_t serial, int status, HeaderList head
 }
 
 void Connection::beginStream(std::uint64_t serial, int status, HeaderList headers) {
-    net::post(m_socket.get_executor(),
+    net::post(m_stream.get_executor(),
               [self = shared_from_this(), serial, status, headers = std::move(headers)] {
                   if (self->closed() || self->m_requestSerial != serial || self->m_answered) return;
                   self->m_answered = true;
@@ -204,12 +302,12 @@ std::shared_ptr<WriteJob> Connection::queueStreamPart(std::string bytes) {
         return nullptr;
     }
     auto job = std::make_shared<WriteJob>(std::move(bytes), WriteJob::After::kNothing, true);
-    net::post(m_socket.get_executor(), [self = shared_from_this(), job] { self->enqueue(job); });
+    net::post(m_stream.get_executor(), [self = shared_from_this(), job] { self->enqueue(job); });
     return job;
 }
 
 void Connection::close() {
-    net::post(m_socket.get_executor(), [self = shared_from_this()] { self->closeNow(); });
+    net::post(m_stream.get_executor(), [self = shared_from_this()] { self->closeNow(); });
 }
 
 void Connection::enqueue(std::shared_ptr<WriteJob> job) {
@@ -231,12 +329,9 @@ void Connection::writeNext() {
             continue;
         }
         m_writing = true;
-        m_writeTimer.expires_after(m_limits.writeTimeout);
-        m_writeTimer.async_wait([self = shared_from_this()](error_code ec) {
-            if (!ec) self->closeNow();  // the peer stopped reading
-        });
+        m_stream.expires_after(m_limits.writeTimeout);  // no progress for that long: closed
         const auto& bytes = job->bytes();
-        m_socket.async_write_some(
+        m_stream.async_write_some(
             net::buffer(bytes.data() + job->written(), bytes.size() - job->written()),
             [self = shared_from_this(), job](error_code ec, std::size_t n) {
                 self->onWritten(job, ec, n);
@@ -250,25 +345,22 @@ void Connection::onWritten(const std::shared_ptr<WriteJob>& job, error_code ec, 
     job->addWritten(n);
     if (ec || closed()) {
         m_writing = false;
+        if (!job->streamPart()) logAccess(answerStatus(job->bytes()), job->written());
         if (job->streamPart()) m_queuedStreamBytes.fetch_sub(job->bytes().size());
         job->finish(WriteJob::State::kFailed);
         return closeNow();
     }
     const auto& bytes = job->bytes();
     if (job->written() < bytes.size()) {
-        // Progress resets the stall timer; the rest follows.
-        m_writeTimer.expires_after(m_limits.writeTimeout);
-        m_writeTimer.async_wait([self = shared_from_this()](error_code timerEc) {
-            if (!timerEc) self->closeNow();
-        });
-        m_socket.async_write_some(
+        // Progress restarts the stall timeout; the rest follows.
+        m_stream.expires_after(m_limits.writeTimeout);
+        m_stream.async_write_some(
             net::buffer(bytes.data() + job->written(), bytes.size() - job->written()),
             [self = shared_from_this(), job](error_code nextEc, std::size_t next) {
                 self->onWritten(job, nextEc, next);
             });
         return;
     }
-    m_writeTimer.cancel();
     m_writing = false;
     if (job->streamPart()) {
         m_queuedStreamBytes.fetch_sub(bytes.size());
@@ -276,6 +368,8 @@ void Connection::onWritten(const std::shared_ptr<WriteJob>& job, error_code ec, 
             m_metrics->countStreamPart(bytes.find("<eventType>heartBeat</eventType>") !=
                                        std::string::npos);
         }
+    } else {
+        logAccess(answerStatus(bytes), bytes.size());  // an answer or a stream's head
     }
     job->finish(WriteJob::State::kDone);
     afterJob(job);
@@ -285,10 +379,12 @@ void Connection::onWritten(const std::shared_ptr<WriteJob>& job, error_code ec, 
 void Connection::afterJob(const std::shared_ptr<WriteJob>& job) {
     switch (job->after()) {
         case WriteJob::After::kNothing:
+            // The head of a stream that answers HEAD: nothing may follow it.
+            if (m_headRequest && !job->streamPart()) closeNow();
             break;
         case WriteJob::After::kEndRequest:
             endRequest();
-            readRequest();
+            nextRequest();
             break;
         case WriteJob::After::kClose:
             lingerClose();
@@ -296,24 +392,29 @@ void Connection::afterJob(const std::shared_ptr<WriteJob>& job) {
     }
 }
 
+void Connection::nextRequest() {
+    if (m_watching) return stopWatch(AfterWatch::kReadRequest);
+    readRequest();
+}
+
 void Connection::lingerClose() {
     // Half-close, then discard what the peer still sends for a moment, so that the answer is
     // not destroyed by a reset when unread request bytes remain (oversized heads and bodies).
     if (closed()) return;
     endRequest();
+    m_lingering = true;
+    m_readDeadline = std::chrono::steady_clock::now() + kLinger;
     error_code ignored;
-    m_socket.shutdown(tcp::socket::shutdown_send, ignored);
-    m_readTimer.expires_after(std::chrono::seconds(2));
-    m_readTimer.async_wait([self = shared_from_this()](error_code ec) {
-        if (!ec) self->closeNow();
-    });
+    m_stream.socket().shutdown(tcp::socket::shutdown_send, ignored);
+    if (m_watching) return stopWatch(AfterWatch::kLinger);
     drainPeer();
 }
 
 void Connection::drainPeer() {
-    m_socket.async_read_some(net::buffer(m_watchByte),
+    m_stream.expires_at(m_readDeadline);
+    m_stream.async_read_some(m_buffer.prepare(kReadChunk),
                              [self = shared_from_this()](error_code ec, std::size_t) {
-                                 if (ec) return self->closeNow();
+                                 if (ec) return self->closeNow();  // peer done, or timeout
                                  self->drainPeer();
                              });
 }
@@ -326,28 +427,77 @@ void Connection::endRequest() {
 }
 
 void Connection::watchPeer() {
-    // A stream client sends nothing more; a completed read means it has gone (or misbehaves).
-    m_socket.async_read_some(net::buffer(m_watchByte),
-                             [self = shared_from_this()](error_code ec, std::size_t) {
-                                 if (ec) return self->closeNow();
-                                 self->watchPeer();
-                             });
+    // While a request awaits its answer, or a stream runs, one read stays open without a
+    // timeout: EOF or a reset means the client has gone and closes the connection at once.
+    // Bytes of pipelined requests are kept for later, up to maxHeaderBytes (then the read
+    // pauses until the answer is out); a stream client's bytes are discarded.
+    if (m_watching || closed() || m_lingering) return;
+    if (!m_streaming && m_buffer.size() >= m_limits.maxHeaderBytes) return;
+    m_watching = true;
+    m_afterWatch = AfterWatch::kNothing;
+    m_stream.expires_never();  // a pending write keeps its own expiry
+    m_stream.async_read_some(
+        m_buffer.prepare(kReadChunk),
+        [self = shared_from_this()](error_code ec, std::size_t n) { self->onWatch(ec, n); });
+}
+
+void Connection::onWatch(error_code ec, std::size_t n) {
+    m_watching = false;
+    if (!m_streaming) m_buffer.commit(n);
+    if (closed()) return;
+    const AfterWatch then = m_afterWatch;
+    m_afterWatch = AfterWatch::kNothing;
+    const bool stopped = !ec || ec == net::error::operation_aborted;
+    if (then == AfterWatch::kReadRequest && stopped) return readRequest();
+    if (then == AfterWatch::kLinger && stopped) return drainPeer();
+    if (ec) return closeNow();
+    watchPeer();
+}
+
+void Connection::stopWatch(AfterWatch then) {
+    // Cancelling only ends the pending watch read (no write is under way when this runs);
+    // onWatch then goes on as `then` says.
+    m_afterWatch = then;
+    error_code ignored;
+    m_stream.socket().cancel(ignored);
+}
+
+void Connection::noteAccess(const HttpRequest::header_type& head) {
+    m_access = AccessRecord{};
+    m_access.client = m_clientAddress;
+    m_access.method = std::string(head.method_string());
+    m_access.target = std::string(head.target());
+    m_access.version = versionText(head.version());
+    const auto authorization = head[http::field::authorization];
+    m_access.user = authorizationUser(std::string_view(authorization.data(), authorization.size()));
+    m_access.arrival = std::chrono::system_clock::now();
+    m_accessStart = std::chrono::steady_clock::now();
+    m_accessPending = true;
+}
+
+void Connection::logAccess(int status, std::size_t bytes) {
+    if (!m_accessPending) return;
+    m_accessPending = false;
+    m_access.status = status;
+    m_access.bytes = bytes;
+    m_access.duration = std::chrono::steady_clock::now() - m_accessStart;
+    writeAccessLine(m_logTag, m_access);
 }
 
 void Connection::closeNow() {
     if (m_closedFlag.exchange(true)) return;
     setPhase(Phase::kClosed);
-    error_code ignored;
-    m_readTimer.cancel();
-    m_writeTimer.cancel();
+    m_requestTimer.cancel();
     m_answerTimer.cancel();
-    m_socket.shutdown(tcp::socket::shutdown_both, ignored);
-    m_socket.close(ignored);
+    error_code ignored;
+    m_stream.socket().shutdown(tcp::socket::shutdown_both, ignored);
+    m_stream.close();
     for (auto& job : m_queue) {
         if (job->streamPart()) m_queuedStreamBytes.fetch_sub(job->bytes().size());
         job->finish(WriteJob::State::kFailed);
     }
     m_queue.clear();
+    logAccess(499, 0);  // a request whose answer never went out: the client left first
     endRequest();
     m_registry.remove(m_id);
 }

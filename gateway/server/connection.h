@@ -1,6 +1,18 @@
 // One accepted HTTP connection: reads one request at a time, hands it to the listener's
 // RequestHandler, and writes answers, stream heads and stream parts from a single write queue.
 //
+// Timeouts are those of the beast::tcp_stream: every read and write runs under the stream's
+// expiry, and a timeout that fires after its operation completed is stale and ignored, so a
+// finished timer can never close a healthy connection. The one other timer (the request
+// deadline that answers 408) only cancels the read it was armed for, never closes.
+//
+// HTTP on the wire: request heads pass checkRequestHead (framing, Host, target) before the body
+// is read; absolute-form targets reach the handler in origin form; HEAD reaches the handler as
+// GET and its answer goes out without the body (Content-Length as the GET's); while a request
+// awaits its answer a bounded read stays open, so a client that leaves is noticed at once (the
+// request cleanup runs) and pipelined bytes are kept for the next request. No exception leaves
+// the handler call: it becomes a 500. One access-log line per request (access_log.h).
+//
 // Ownership: shared. Pending asynchronous operations, the ConnectionRegistry (weakly) and the
 // exchange of the current request (weakly) refer to it; it is destroyed once it is closed and the
 // last operation has completed.
@@ -12,6 +24,7 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <chrono>
@@ -22,6 +35,7 @@
 #include <optional>
 #include <string>
 
+#include "gateway/server/access_log.h"
 #include "gateway/server/http_wire.h"
 #include "gateway/server/server_limits.h"
 #include "gateway/server/write_job.h"
@@ -53,8 +67,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   public:
     enum class Phase { kReading, kProcessing, kAwaitingAnswer, kWriting, kStreaming, kClosed };
 
+    // `logTag` names the listener in log lines (a string literal).
     Connection(tcp::socket socket, RequestHandler& handler, const ServerLimits& limits,
-               ConnectionRegistry& registry, Metrics* metrics);
+               ConnectionRegistry& registry, Metrics* metrics, const char* logTag = "HTTP");
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -88,49 +103,78 @@ class Connection : public std::enable_shared_from_this<Connection> {
     Phase phase() const { return m_phase.load(std::memory_order_acquire); }
     std::uint64_t id() const { return m_id; }
     const std::string& peer() const { return m_peer; }
+    // The peer's address without the port ("" when it could not be read).
+    const std::string& clientAddress() const { return m_clientAddress; }
     const ServerLimits& limits() const { return m_limits; }
     Metrics* metrics() const { return m_metrics; }
     std::chrono::steady_clock::time_point requestStart() const { return m_requestStart; }
 
   private:
+    // What the watch read does once it completes after it was cancelled on purpose.
+    enum class AfterWatch { kNothing, kReadRequest, kLinger };
+
     void readRequest();
+    void readFirstBytes();
+    void readHead();
     void onHeader(boost::beast::error_code ec);
     void readBody();
     void onRead(boost::beast::error_code ec);
+    void handOver(HttpRequest&& request);
+    void refuse(int status, const std::string& text);
     void answerReadError(boost::beast::error_code ec);
+    void armRequestDeadline();
     void enqueue(std::shared_ptr<WriteJob> job);
     void writeNext();
     void onWritten(const std::shared_ptr<WriteJob>& job, boost::beast::error_code ec,
                    std::size_t n);
     void afterJob(const std::shared_ptr<WriteJob>& job);
     void endRequest();
+    void nextRequest();
     void watchPeer();
+    void onWatch(boost::beast::error_code ec, std::size_t n);
+    void stopWatch(AfterWatch then);
     void lingerClose();
     void drainPeer();
     void closeNow();
+    void noteAccess(const HttpRequest::header_type& head);
+    void logAccess(int status, std::size_t bytes);
     void setPhase(Phase phase) { m_phase.store(phase, std::memory_order_release); }
 
-    // Accepted on its own strand: every handler of this connection runs on that strand.
-    tcp::socket m_socket;
+    // Its executor is the connection's strand: every handler of this connection runs there.
+    boost::beast::tcp_stream m_stream;
     RequestHandler& m_handler;
     const ServerLimits& m_limits;
     ConnectionRegistry& m_registry;
     Metrics* m_metrics;
+    const char* const m_logTag;
     const std::uint64_t m_id;
     std::string m_peer;
+    std::string m_clientAddress;
 
+    // Request bytes received and not yet parsed (pipelined requests included).
     boost::beast::flat_buffer m_buffer;
     std::optional<boost::beast::http::request_parser<boost::beast::http::string_body>> m_parser;
-    net::steady_timer m_readTimer;
-    net::steady_timer m_writeTimer;
+    // The whole request (first byte awaited to last body byte) must arrive before this.
+    std::chrono::steady_clock::time_point m_readDeadline;
+    // Cancels the request read at m_readDeadline once part of a request has arrived (408).
+    net::steady_timer m_requestTimer;
+    std::uint64_t m_readGeneration = 0;  // a request-timer completion of another read is stale
+    bool m_readTimedOut = false;
+    // 504 backstop; its completion checks the request serial, so a stale one does nothing.
     net::steady_timer m_answerTimer;
-    char m_watchByte[256];
+    bool m_watching = false;  // the watch read (awaiting answer, stream) is pending
+    AfterWatch m_afterWatch = AfterWatch::kNothing;
+    bool m_lingering = false;
 
     std::uint64_t m_requestSerial = 0;
     bool m_answered = false;  // the current request has its answer queued
     bool m_keepAlive = false;
+    bool m_headRequest = false;  // the current request is HEAD: answers go out without body
     std::chrono::steady_clock::time_point m_requestStart;
     std::function<void()> m_requestCleanup;
+    AccessRecord m_access;
+    std::chrono::steady_clock::time_point m_accessStart;
+    bool m_accessPending = false;  // the current request has no access-log line yet
 
     std::deque<std::shared_ptr<WriteJob>> m_queue;
     bool m_writing = false;

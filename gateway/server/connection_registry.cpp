@@ -26,14 +26,24 @@ const char* phaseName(Connection::Phase phase) {
 
 }  // namespace
 
-void ConnectionRegistry::add(const std::shared_ptr<Connection>& connection) {
+ConnectionRegistry::Admission ConnectionRegistry::admit(
+    const std::shared_ptr<Connection>& connection, std::size_t maxTotal, std::size_t maxPerClient) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_connections[connection->id()] = connection;
+    if (m_connections.size() >= maxTotal) return Admission::kListenerFull;
+    std::size_t& count = m_perClient[connection->clientAddress()];
+    if (count >= maxPerClient) return Admission::kClientFull;
+    ++count;
+    m_connections[connection->id()] = {connection, connection->clientAddress()};
+    return Admission::kAdmitted;
 }
 
 void ConnectionRegistry::remove(std::uint64_t id) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_connections.erase(id);
+    const auto it = m_connections.find(id);
+    if (it == m_connections.end()) return;
+    const auto client = m_perClient.find(it->second.clientAddress);
+    if (client != m_perClient.end() && --client->second == 0) m_perClient.erase(client);
+    m_connections.erase(it);
 }
 
 std::size_t ConnectionRegistry::size() const {
@@ -46,8 +56,8 @@ std::vector<ConnectionRegistry::Entry> ConnectionRegistry::snapshot() const {
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         live.reserve(m_connections.size());
-        for (const auto& [id, weak] : m_connections) {
-            if (auto connection = weak.lock()) live.push_back(std::move(connection));
+        for (const auto& [id, entry] : m_connections) {
+            if (auto connection = entry.connection.lock()) live.push_back(std::move(connection));
         }
     }
     std::vector<Entry> entries;
@@ -63,8 +73,8 @@ void ConnectionRegistry::closeAll() {
     std::vector<std::shared_ptr<Connection>> live;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        for (const auto& [id, weak] : m_connections) {
-            if (auto connection = weak.lock()) live.push_back(std::move(connection));
+        for (const auto& [id, entry] : m_connections) {
+            if (auto connection = entry.connection.lock()) live.push_back(std::move(connection));
         }
     }
     // close() only posts to each strand: no lock is held while sockets are shut.

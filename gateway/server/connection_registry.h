@@ -1,5 +1,6 @@
-// The open connections of one listener, for counting, the admin state and closing all at
-// shutdown. Thread-safe.
+// The open connections of one listener, for admission (a listener-wide and a per-client-address
+// cap), counting, the admin state and closing all at shutdown. Thread-safe; no lock is held
+// while a connection is touched.
 #pragma once
 
 #include <atomic>
@@ -22,8 +23,14 @@ class ConnectionRegistry {
         std::string phase;
     };
 
+    enum class Admission { kAdmitted, kListenerFull, kClientFull };
+
     std::uint64_t nextId() { return m_nextId.fetch_add(1) + 1; }
-    void add(const std::shared_ptr<Connection>& connection);
+    // Registers the connection unless the listener holds maxTotal connections or its client
+    // address holds maxPerClient; the caller closes a connection that was not admitted.
+    Admission admit(const std::shared_ptr<Connection>& connection, std::size_t maxTotal,
+                    std::size_t maxPerClient);
+    // Forgets the connection (idempotent).
     void remove(std::uint64_t id);
     std::size_t size() const;
     std::vector<Entry> snapshot() const;
@@ -35,7 +42,12 @@ class ConnectionRegistry {
 
   private:
     mutable std::mutex m_mutex;
-    std::unordered_map<std::uint64_t, std::weak_ptr<Connection>> m_connections;
+    struct Registered {
+        std::weak_ptr<Connection> connection;
+        std::string clientAddress;
+    };
+    std::unordered_map<std::uint64_t, Registered> m_connections;
+    std::unordered_map<std::string, std::size_t> m_perClient;
     std::atomic<std::uint64_t> m_nextId{0};
     std::atomic<bool> m_draining{false};
 };

@@ -1,19 +1,53 @@
 #include "gateway/server/gateway_server.h"
 
+#include <sys/resource.h>
+
 #include <chrono>
+#include <exception>
+
+#include "host/qx_log.h"
 
 namespace korva::gateway {
 
+namespace {
+
+// The KORVA listener's limits, maxConnections lowered to what the open-file limit allows.
+ServerLimits korvaLimits(ServerLimits limits) {
+    rlimit nofile{};
+    if (getrlimit(RLIMIT_NOFILE, &nofile) != 0 || nofile.rlim_cur == RLIM_INFINITY) return limits;
+    const std::size_t kept = GatewayServer::kReservedDescriptors + GatewayServer::kAdminConnections;
+    const std::size_t open = static_cast<std::size_t>(nofile.rlim_cur);
+    const std::size_t budget = open > kept + 1 ? open - kept : 1;
+    if (limits.maxConnections > budget) {
+        QX_Log_Print(4, "HTTP",
+                     "maxConnections %zu lowered to %zu: the open-file limit is %zu, %zu of them "
+                     "kept for the process and the admin listener",
+                     limits.maxConnections, budget, open, kept);
+        limits.maxConnections = budget;
+    }
+    return limits;
+}
+
+// The admin listener's own budget, apart from the KORVA listener's.
+ServerLimits adminLimits(ServerLimits limits) {
+    limits.maxConnections = GatewayServer::kAdminConnections;
+    limits.maxConnectionsPerClient = GatewayServer::kAdminConnections;
+    return limits;
+}
+
+}  // namespace
+
 GatewayServer::GatewayServer(const PluginApi& plugin, const ServerLimits& limits, int ioThreads)
-    : m_limits(limits),
+    : m_limits(korvaLimits(limits)),
+      m_adminLimits(adminLimits(limits)),
       m_ioThreadCount(ioThreads > 0 ? ioThreads : 1),
       m_pluginHandler(plugin),
       m_adminHandler(m_korvaConnections, m_metrics) {
     m_io.emplace(m_ioThreadCount);
     m_korvaListener = std::make_shared<Listener>(*m_io, m_pluginHandler, m_limits,
-                                                 m_korvaConnections, &m_metrics);
-    m_adminListener =
-        std::make_shared<Listener>(*m_io, m_adminHandler, m_limits, m_adminConnections, nullptr);
+                                                 m_korvaConnections, &m_metrics, "HTTP");
+    m_adminListener = std::make_shared<Listener>(*m_io, m_adminHandler, m_adminLimits,
+                                                 m_adminConnections, nullptr, "ADMIN");
 }
 
 GatewayServer::~GatewayServer() {
@@ -44,10 +78,23 @@ void GatewayServer::start() {
     m_korvaListener->start();
     m_adminListener->start();
     for (int i = 0; i < m_ioThreadCount; ++i) {
-        m_threads.emplace_back([this] {
-            markIoThread();
+        m_threads.emplace_back([this] { runIoThread(); });
+    }
+}
+
+void GatewayServer::runIoThread() {
+    markIoThread();
+    // run() returns normally once the loop is stopped; an exception thrown by a handler leaves
+    // run() with the loop intact, so it is logged and the thread runs on.
+    for (;;) {
+        try {
             m_io->run();
-        });
+            return;
+        } catch (const std::exception& error) {
+            QX_Log_Print(5, "HTTP", "I/O handler failed: %s", error.what());
+        } catch (...) {
+            QX_Log_Print(5, "HTTP", "I/O handler failed");
+        }
     }
 }
 

@@ -1,6 +1,12 @@
 // The gateway's HTTP side: one I/O thread pool, the KORVA listener (requests go to the
 // protocol plug-in) and the admin listener.
 //
+// Descriptors: the KORVA listener's maxConnections is lowered to fit RLIMIT_NOFILE, keeping
+// kReservedDescriptors for the process and the admin listener's own budget (kAdminConnections),
+// so the admin listener stays reachable while the KORVA listener is full.
+// Exceptions: an exception that escapes a handler on an I/O thread is logged and the thread
+// goes on running the loop.
+//
 // Lifetime: bind() both listeners, start() the I/O threads and accepting, then stop() once:
 // accepting ends, the plug-in is no longer entered, and the caller uninitialises the plug-in and
 // the host before closeConnections() closes every connection and joins the threads.
@@ -29,6 +35,9 @@ struct ListenAddress {
 
 class GatewayServer {
   public:
+    static constexpr std::size_t kReservedDescriptors = 64;
+    static constexpr std::size_t kAdminConnections = 32;
+
     GatewayServer(const PluginApi& plugin, const ServerLimits& limits, int ioThreads);
     ~GatewayServer();
     GatewayServer(const GatewayServer&) = delete;
@@ -49,7 +58,10 @@ class GatewayServer {
     ConnectionRegistry& korvaConnections() { return m_korvaConnections; }
 
   private:
+    void runIoThread();
+
     const ServerLimits m_limits;
+    const ServerLimits m_adminLimits;
     const int m_ioThreadCount;
     Metrics m_metrics;
     ConnectionRegistry m_korvaConnections;

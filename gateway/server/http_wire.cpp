@@ -58,17 +58,34 @@ std::string guessContentType(const std::string& body) {
     return body.empty() ? "" : "text/plain";
 }
 
-std::string formatAnswer(int status, const HeaderList& headers, const std::string& body,
-                         bool keepAlive) {
+std::string formatAnswerHead(int status, const HeaderList& headers, std::size_t contentLength,
+                             bool keepAlive) {
     std::string out;
-    out.reserve(256 + body.size());
+    out.reserve(256);
     appendStatusLine(out, status);
     appendHeaders(out, headers);
     out += "Content-Length: ";
-    out += std::to_string(body.size());
+    out += std::to_string(contentLength);
     out += keepAlive ? "\r\nConnection: keep-alive\r\n\r\n" : "\r\nConnection: close\r\n\r\n";
+    return out;
+}
+
+std::string formatAnswer(int status, const HeaderList& headers, const std::string& body,
+                         bool keepAlive) {
+    std::string out = formatAnswerHead(status, headers, body.size(), keepAlive);
     out += body;
     return out;
+}
+
+int answerStatus(const std::string& bytes) {
+    constexpr std::size_t kCodeAt = sizeof "HTTP/1.1 " - 1;
+    if (bytes.size() < kCodeAt + 3 || bytes.compare(0, kCodeAt, "HTTP/1.1 ") != 0) return 0;
+    int status = 0;
+    for (std::size_t i = kCodeAt; i < kCodeAt + 3; ++i) {
+        if (bytes[i] < '0' || bytes[i] > '9') return 0;
+        status = status * 10 + (bytes[i] - '0');
+    }
+    return status;
 }
 
 std::string formatStreamHead(int status, const HeaderList& headers) {

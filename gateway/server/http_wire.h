@@ -1,6 +1,7 @@
 // Serialisation of HTTP/1.1 answers as the gateway writes them on a connection.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +19,14 @@ std::string guessContentType(const std::string& body);
 // Connection header.
 std::string formatAnswer(int status, const HeaderList& headers, const std::string& body,
                          bool keepAlive);
+
+// The head formatAnswer would write for a body of `contentLength` bytes, alone: the answer to
+// HEAD (the headers a GET would get, without the body).
+std::string formatAnswerHead(int status, const HeaderList& headers, std::size_t contentLength,
+                             bool keepAlive);
+
+// The status code of bytes that start with a status line written here, 0 for other bytes.
+int answerStatus(const std::string& bytes);
 
 // The head of a stream answer: no Content-Length, no chunked coding, Connection: close.
 std::string formatStreamHead(int status, const HeaderList& headers);

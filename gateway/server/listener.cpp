@@ -2,12 +2,15 @@
 
 #include <boost/asio/post.hpp>
 
+#include "gateway/server/metrics.h"
+#include "host/qx_log.h"
+
 namespace korva::gateway {
 
 using boost::beast::error_code;
 
 Listener::Listener(net::io_context& io, RequestHandler& handler, const ServerLimits& limits,
-                   ConnectionRegistry& registry, Metrics* metrics)
+                   ConnectionRegistry& registry, Metrics* metrics, const char* logTag)
     : m_io(io),
       m_strand(net::make_strand(io)),
       m_acceptor(m_strand),
@@ -15,7 +18,8 @@ Listener::Listener(net::io_context& io, RequestHandler& handler, const ServerLim
       m_handler(handler),
       m_limits(limits),
       m_registry(registry),
-      m_metrics(metrics) {}
+      m_metrics(metrics),
+      m_logTag(logTag) {}
 
 bool Listener::bind(const std::string& host, unsigned short port, std::string* error) {
     error_code ec;
@@ -67,26 +71,43 @@ void Listener::accept() {
 
 void Listener::onAccept(error_code ec, tcp::socket socket) {
     if (ec == net::error::operation_aborted || !m_acceptor.is_open()) return;
-    if (ec) {
-        // Out of descriptors or a transient failure: retry shortly instead of spinning.
-        m_backoff.expires_after(std::chrono::milliseconds(50));
-        m_backoff.async_wait([self = shared_from_this()](error_code timerEc) {
-            if (!timerEc) self->accept();
-        });
-        return;
+    if (ec) return backOff(ec);
+    if (m_backoffDelay.count() != 0) {
+        QX_Log_Print(4, m_logTag, "accepting again");
+        m_backoffDelay = std::chrono::milliseconds(0);
     }
-    if (m_registry.draining() || m_registry.size() >= m_limits.maxConnections) {
-        error_code ignored;
-        socket.close(ignored);
-    } else {
+    if (!m_registry.draining()) {
         error_code ignored;
         socket.set_option(tcp::no_delay(true), ignored);
         auto connection = std::make_shared<Connection>(std::move(socket), m_handler, m_limits,
-                                                       m_registry, m_metrics);
-        m_registry.add(connection);
-        connection->start();
+                                                       m_registry, m_metrics, m_logTag);
+        const auto admission =
+            m_registry.admit(connection, m_limits.maxConnections, m_limits.maxConnectionsPerClient);
+        if (admission == ConnectionRegistry::Admission::kAdmitted) {
+            connection->start();
+        } else if (m_metrics) {
+            m_metrics->countRefusedConnection(admission ==
+                                              ConnectionRegistry::Admission::kClientFull);
+        }
+        // A connection not admitted closes its socket as it is destroyed here.
     }
     accept();
+}
+
+void Listener::backOff(error_code ec) {
+    // Out of descriptors or a transient failure: pause, longer while it lasts (50 ms doubling
+    // up to 1 s), so that closing connections can free descriptors.
+    constexpr std::chrono::milliseconds kFirst{50}, kLongest{1000};
+    if (m_backoffDelay.count() == 0) {
+        QX_Log_Print(5, m_logTag, "accept failed: %s; retrying", ec.message().c_str());
+        m_backoffDelay = kFirst;
+    } else {
+        m_backoffDelay = std::min(m_backoffDelay * 2, kLongest);
+    }
+    m_backoff.expires_after(m_backoffDelay);
+    m_backoff.async_wait([self = shared_from_this()](error_code timerEc) {
+        if (!timerEc) self->accept();
+    });
 }
 
 }  // namespace korva::gateway

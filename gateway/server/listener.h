@@ -1,4 +1,9 @@
 // Accepts connections on one address and starts a Connection for each, on its own strand.
+// A connection beyond the listener's maxConnections or its client's maxConnectionsPerClient is
+// closed at once, before any byte is read: a refusal costs no descriptor beyond the accept and
+// no time, so a flood cannot make the gateway hold anything for refused connections. An accept
+// that fails (out of descriptors: EMFILE, ENFILE) is retried after a growing pause instead of
+// spinning or giving up.
 // Ownership: shared (the pending accept holds it). Thread-safe after bind().
 #pragma once
 
@@ -16,8 +21,9 @@ namespace korva::gateway {
 
 class Listener : public std::enable_shared_from_this<Listener> {
   public:
+    // `logTag` names the listener in log lines (a string literal).
     Listener(net::io_context& io, RequestHandler& handler, const ServerLimits& limits,
-             ConnectionRegistry& registry, Metrics* metrics);
+             ConnectionRegistry& registry, Metrics* metrics, const char* logTag);
 
     // Opens, binds and listens. Port 0 picks a free port. False with a message on failure.
     bool bind(const std::string& host, unsigned short port, std::string* error);
@@ -31,6 +37,7 @@ class Listener : public std::enable_shared_from_this<Listener> {
   private:
     void accept();
     void onAccept(boost::beast::error_code ec, tcp::socket socket);
+    void backOff(boost::beast::error_code ec);
 
     net::io_context& m_io;
     net::strand<net::io_context::executor_type> m_strand;
@@ -40,7 +47,9 @@ class Listener : public std::enable_shared_from_this<Listener> {
     const ServerLimits& m_limits;
     ConnectionRegistry& m_registry;
     Metrics* m_metrics;
+    const char* const m_logTag;
     std::string m_boundAddress;
+    std::chrono::milliseconds m_backoffDelay{0};  // 0 while accepting works
 };
 
 }  // namespace korva::gateway

@@ -59,6 +59,12 @@ std::string Metrics::render(std::size_t openConnections) const {
     out << "# HELP korva_open_connections Connections currently open on the KORVA listener.\n"
            "# TYPE korva_open_connections gauge\n"
         << "korva_open_connections " << openConnections << "\n";
+    out << "# HELP korva_connections_refused_total KORVA connections closed at accept, by cap.\n"
+           "# TYPE korva_connections_refused_total counter\n"
+        << "korva_connections_refused_total{reason=\"listener-full\"} "
+        << m_refusedListenerFull.load(kRelaxed) << "\n"
+        << "korva_connections_refused_total{reason=\"client-full\"} "
+        << m_refusedPerClient.load(kRelaxed) << "\n";
     out << "# HELP korva_alarms_delivered_total Alarm parts written completely to streams.\n"
            "# TYPE korva_alarms_delivered_total counter\n"
         << "korva_alarms_delivered_total " << m_alarmsDelivered.load(kRelaxed) << "\n";

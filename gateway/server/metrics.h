@@ -20,6 +20,12 @@ class Metrics {
     void streamClosed() { m_openStreams.fetch_sub(1, std::memory_order_relaxed); }
     // One stream part written completely; heartbeats are counted apart from alarms.
     void countStreamPart(bool heartbeat);
+    // A KORVA connection closed at accept: its client holds maxConnectionsPerClient
+    // (perClient), or the listener holds maxConnections.
+    void countRefusedConnection(bool perClient) {
+        (perClient ? m_refusedPerClient : m_refusedListenerFull)
+            .fetch_add(1, std::memory_order_relaxed);
+    }
     void countAlarmPublished() { m_alarmsPublished.fetch_add(1, std::memory_order_relaxed); }
 
     std::int64_t openStreams() const { return m_openStreams.load(std::memory_order_relaxed); }
@@ -42,6 +48,8 @@ class Metrics {
     std::atomic<std::uint64_t> m_alarmsDelivered{0};
     std::atomic<std::uint64_t> m_heartbeatsDelivered{0};
     std::atomic<std::uint64_t> m_alarmsPublished{0};
+    std::atomic<std::uint64_t> m_refusedPerClient{0};
+    std::atomic<std::uint64_t> m_refusedListenerFull{0};
 };
 
 }  // namespace korva::gateway

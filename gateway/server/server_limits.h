@@ -9,10 +9,13 @@ namespace korva::gateway {
 struct ServerLimits {
     // Request head larger than this: 431 and the connection is closed.
     std::size_t maxHeaderBytes = 16 * 1024;
+    // Request target longer than this: 414 and the connection is closed.
+    std::size_t maxTargetBytes = 8192;
     // Request body larger than this: 413 and the connection is closed.
     std::size_t maxBodyBytes = 1024 * 1024;
     // A whole request (from the first byte awaited to the last byte of the body) must arrive
-    // within this time; covers idle keep-alive connections and clients that trickle bytes.
+    // within this time. A connection that received no byte of a request by then is closed
+    // silently (idle keep-alive); one with part of a request gets 408, then is closed.
     std::chrono::milliseconds idleTimeout{30000};
     // A write that makes no progress for this long closes the connection.
     std::chrono::milliseconds writeTimeout{10000};
@@ -22,8 +25,11 @@ struct ServerLimits {
     std::chrono::milliseconds asyncAnswerTimeout{60000};
     // Stream bytes queued on one connection beyond this are refused (the write reports 0).
     std::size_t maxQueuedStreamBytes = 8 * 1024 * 1024;
-    // Connections beyond this are closed right after accept.
+    // Connections beyond this are closed right after accept. The gateway lowers it to fit the
+    // open-file limit (see GatewayServer).
     std::size_t maxConnections = 20000;
+    // Connections from one client address beyond this are closed right after accept.
+    std::size_t maxConnectionsPerClient = 64;
 };
 
 }  // namespace korva::gateway

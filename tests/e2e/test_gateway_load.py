@@ -14,6 +14,8 @@ CONNECTIONS = 1000
 
 class ManyConnectionsTest(GatewayTestCase):
 
+    config = make_config(limits={"maxConnectionsPerClient": CONNECTIONS})
+
     @classmethod
     def setUpClass(cls):
         soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)

@@ -1,6 +1,7 @@
 // Answer serialisation, path patterns and the admin API's path decoding.
 #include <gtest/gtest.h>
 
+#include "gateway/server/access_log.h"
 #include "gateway/server/admin_handler.h"
 #include "gateway/server/http_wire.h"
 #include "gateway/sim/path_pattern.h"
@@ -39,6 +40,18 @@ TEST(HttpWire, AnswerOwnsItsFramingAndDropsHeadersThatWouldSplitTheHead) {
 TEST(HttpWire, JsonErrorEscapesText) {
     EXPECT_EQ(gateway::jsonError(404, "no \"x\"\n"),
               "{\"error\":\"no \\\"x\\\"\\n\",\"status\":404}\n");
+}
+
+TEST(AccessLog, RequestTextIsMadeSafeAndTheDigestUserFound) {
+    EXPECT_EQ(gateway::logSafe("/a\"b\\c\r\n\x01\xff z"), "/a\\x22b\\x5Cc\\x0D\\x0A\\x01\\xFF z");
+    EXPECT_EQ(gateway::logSafe("abcdef", 3), "abc...");
+    const std::pair<const char*, const char*> users[] = {
+        {"Digest username=\"bob\", realm=\"r\"", "bob"},
+        {"digest realm=\"a, username=x\",   username=alice , nc=1", "alice"},
+        {"Digest realm=\"r\", username=\"", ""},
+        {"Bearer username=\"bob\"", ""},
+        {"Digest usernam=\"bob\"", ""}};
+    for (const auto& [header, user] : users) EXPECT_EQ(gateway::authorizationUser(header), user);
 }
 
 TEST(PathPattern, MatchesSegmentsAndIntegers) {

@@ -1,0 +1,115 @@
+#include "gateway/server/access_log.h"
+
+#include <strings.h>
+
+#include <cstdio>
+#include <ctime>
+
+#include "host/qx_log.h"
+
+namespace korva::gateway {
+
+namespace {
+
+std::string localTime(std::chrono::system_clock::time_point when) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(when);
+    const auto ms =
+        std::chrono::duration_cast<std::chrono::milliseconds>(when.time_since_epoch()).count() %
+        1000;
+    std::tm tm{};
+    localtime_r(&seconds, &tm);
+    char text[64];
+    const std::size_t n = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &tm);
+    const long offset = tm.tm_gmtoff < 0 ? -tm.tm_gmtoff : tm.tm_gmtoff;
+    std::snprintf(text + n, sizeof text - n, ".%03d%c%02ld:%02ld", static_cast<int>(ms),
+                  tm.tm_gmtoff < 0 ? '-' : '+', offset / 3600 % 100, offset % 3600 / 60);
+    return text;
+}
+
+std::string orDash(const std::string& text) {
+    return text.empty() ? "-" : text;
+}
+
+}  // namespace
+
+std::string logSafe(std::string_view text, std::size_t maxBytes) {
+    std::string out;
+    const bool cut = text.size() > maxBytes;
+    if (cut) text = text.substr(0, maxBytes);
+    out.reserve(text.size());
+    for (unsigned char c : text) {
+        if (c < 0x20 || c >= 0x7f || c == '"' || c == '\\') {
+            char escape[5];
+            std::snprintf(escape, sizeof escape, "\\x%02X", c);
+            out += escape;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    if (cut) out += "...";
+    return out;
+}
+
+std::string authorizationUser(std::string_view authorization) {
+    constexpr std::string_view kScheme = "Digest ";
+    if (authorization.size() < kScheme.size() ||
+        strncasecmp(authorization.data(), kScheme.data(), kScheme.size()) != 0) {
+        return "";
+    }
+    // The parameter name at the start of the value or after a comma and spaces.
+    std::size_t at = kScheme.size();
+    while (at < authorization.size()) {
+        while (at < authorization.size() &&
+               (authorization[at] == ' ' || authorization[at] == ',' || authorization[at] == '\t'))
+            ++at;
+        const auto equals = authorization.find('=', at);
+        if (equals == std::string_view::npos) return "";
+        const std::string_view name = authorization.substr(at, equals - at);
+        std::size_t valueStart = equals + 1;
+        std::size_t valueEnd;
+        if (valueStart < authorization.size() && authorization[valueStart] == '"') {
+            ++valueStart;
+            valueEnd = authorization.find('"', valueStart);
+            if (valueEnd == std::string_view::npos) return "";
+            at = valueEnd + 1;
+        } else {
+            valueEnd = authorization.find(',', valueStart);
+            if (valueEnd == std::string_view::npos) valueEnd = authorization.size();
+            at = valueEnd;
+            while (valueEnd > valueStart &&
+                   (authorization[valueEnd - 1] == ' ' || authorization[valueEnd - 1] == '\t'))
+                --valueEnd;
+        }
+        if (name.size() == 8 && strncasecmp(name.data(), "username", 8) == 0) {
+            return std::string(authorization.substr(valueStart, valueEnd - valueStart));
+        }
+    }
+    return "";
+}
+
+std::string formatAccessLine(const AccessRecord& record) {
+    const double seconds = std::chrono::duration<double>(record.duration).count();
+    char tail[64];
+    std::snprintf(tail, sizeof tail, "\" %d %zu %.3f", record.status, record.bytes, seconds);
+    std::string line = orDash(record.client);
+    line += " - ";
+    line += record.user.empty() ? "-" : logSafe(record.user, 64);
+    line += " [";
+    line += localTime(record.arrival);
+    line += "] \"";
+    line += record.method.empty() ? "-" : logSafe(record.method, 32);
+    line += ' ';
+    line += record.target.empty() ? "-" : logSafe(record.target);
+    if (!record.version.empty()) {
+        line += ' ';
+        line += record.version;
+    }
+    line += tail;
+    return line;
+}
+
+void writeAccessLine(const char* tag, const AccessRecord& record) {
+    QX_Log_Print(kAccessLogLevel, tag, "%s", formatAccessLine(record).c_str());
+}
+
+}  // namespace korva::gateway
