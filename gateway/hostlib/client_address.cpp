@@ -19,6 +19,13 @@ std::string_view trimmed(std::string_view text) {
     return text;
 }
 
+std::string quoted(std::string_view text) {
+    std::string out(1, '"');
+    out.append(text);
+    out.push_back('"');
+    return out;
+}
+
 int width(const IpAddress& address) {
     return address.v6 ? 128 : 32;
 }
@@ -72,7 +79,7 @@ std::optional<AddressRange> AddressRange::parse(std::string_view text, std::stri
     const size_t slash = text.find('/');
     const auto address = IpAddress::parse(text.substr(0, slash));
     if (!address) {
-        if (problem) *problem = "\"" + std::string(text) + "\" is not an IP address or network";
+        if (problem) *problem = quoted(text) + " is not an IP address or network";
         return std::nullopt;
     }
     AddressRange range{*address, width(*address)};
@@ -84,7 +91,7 @@ std::optional<AddressRange> AddressRange::parse(std::string_view text, std::stri
         if (digits.empty() || ec != std::errc() || end != digits.data() + digits.size() ||
             prefix < 0 || prefix > width(*address)) {
             if (problem) {
-                *problem = "\"" + std::string(text) + "\" has no valid prefix length (0.." +
+                *problem = quoted(text) + " has no valid prefix length (0.." +
                            std::to_string(width(*address)) + ")";
             }
             return std::nullopt;

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -160,6 +161,92 @@ std::string_view forwardedFor(const DigestCheckRequest* in) {
     return std::string_view(in->clientAddress, length);
 }
 
+// The record's Authorization header ("" without a record; nullopt when not terminated).
+std::optional<std::string_view> authorizationOf(const DigestCheckRequest* in) {
+    if (in == nullptr) return std::string_view();
+    const size_t length = strnlen(in->authorization, sizeof in->authorization);
+    if (length == sizeof in->authorization) return std::nullopt;
+    return std::string_view(in->authorization, length);
+}
+
+// Why parsed credentials are not tried against a password: nullopt when they are to be tried,
+// otherwise the result to return (with a challenge written when one is due). *issued receives
+// the nonce's issue time.
+std::optional<int> refusal(DigestCheckResult* out, const digest::DigestCredentials& credentials,
+                           const std::string& realm, const AuthSettings& settings,
+                           const korva::host::RequestContext* request, uint64_t* issued) {
+    const char* user = credentials.username.c_str();
+    if (credentials.realm != realm) return challengeDue(out, realm, settings, false);
+    if (credentials.algorithm != configured(settings)) {
+        QX_Log_Print(2, "AUTH", "%s answer refused, %s is required (user %.64s)",
+                     digest::algorithmName(credentials.algorithm),
+                     digest::algorithmName(configured(settings)), user);
+        return challengeDue(out, realm, settings, false);
+    }
+    if (request != nullptr && !sameResource(request->target, credentials.uri)) {
+        QX_Log_Print(2, "AUTH", "digest uri does not designate %s %s (user %.64s)",
+                     request->method.c_str(), request->target.c_str(), user);
+        return korva::host::kDigestUriMismatch;
+    }
+    if (!korva::host::detail::verifyNonce(credentials.nonce, issued)) {
+        QX_Log_Print(2, "AUTH", "nonce not issued by this host (user %.64s)", user);
+        return challengeDue(out, realm, settings, false);
+    }
+    const uint64_t now = korva::host::detail::monotonicMs();
+    if (now > *issued && now - *issued > lifetimeMs(settings)) {
+        return challengeDue(out, realm, settings, true);
+    }
+    return std::nullopt;
+}
+
+// A wrong answer (or an unknown name): counted against the pair; result 1028.
+int failedAttempt(DigestCheckResult* out, const AuthState& state, const std::string& realm,
+                  const std::string& user, const std::string& address) {
+    const AuthSettings& settings = state.settings;
+    const uint64_t now = korva::host::detail::monotonicMs();
+    bool lockedNow = false;
+    const LoginLockTable::Status lock = state.locks.recordFailure(
+        user, address, now, settings.maxAttempts, lockMs(settings), &lockedNow);
+    if (lockedNow) {
+        QX_Log_Print(4, "AUTH", "user %.64s locked for %d s at address %s after %d failed logins",
+                     user.c_str(), settings.lockSeconds, address.c_str(), settings.maxAttempts);
+    }
+    return rejected(out, realm, settings, lock, now);
+}
+
+// A right answer: its nonce count must rise (checked before the pair's failures are forgotten,
+// so that a replayed request cannot reset them); result 0 with the account's device.
+int rightAnswer(DigestCheckResult* out, const AuthState& state, const std::string& realm,
+                const AccountState& account, const digest::DigestCredentials& credentials,
+                uint64_t issued, const std::string& address) {
+    const AuthSettings& settings = state.settings;
+    const uint64_t now = korva::host::detail::monotonicMs();
+    switch (account.nonces.use(credentials.nonce, issued, credentials.ncValue, now,
+                               lifetimeMs(settings))) {
+        case NonceCounts::Use::kReplayed:
+            QX_Log_Print(4, "AUTH", "replayed nonce count %s (user %.64s)", credentials.nc.c_str(),
+                         credentials.username.c_str());
+            return challengeDue(out, realm, settings, false);
+        case NonceCounts::Use::kUnknownCount:
+            return challengeDue(out, realm, settings, true);
+        case NonceCounts::Use::kAccepted:
+            break;
+    }
+    const LoginLockTable::Status lock =
+        state.locks.recordSuccess(credentials.username, address, now);
+    if (lock.lockedUntil != 0) {
+        return rejected(out, realm, settings, lock, now);  // locked while this one was hashed
+    }
+    const std::string& devIndex = account.account.devIndex;
+    if (devIndex.size() >= sizeof out->devIndex) {
+        QX_Log_Print(5, "AUTH", "device index of user %.64s is too long (%zu bytes)",
+                     credentials.username.c_str(), devIndex.size());
+        return 2;
+    }
+    std::memcpy(out->devIndex, devIndex.c_str(), devIndex.size() + 1);
+    return kDigestAuthenticated;
+}
+
 }  // namespace
 
 int QX_KORVAMgrBus_CheckDigest(DigestCheckResult* out, const std::string& methodName,
@@ -173,94 +260,40 @@ int QX_KORVAMgrBus_CheckDigest(DigestCheckResult* out, const std::string& method
         return korva::host::kDigestNoRequest;
     }
     const std::string realm = QX_ConfigMgr_GetUserCfg()->getRealm();
-
-    std::string_view header;
-    if (in != nullptr) {
-        const size_t length = strnlen(in->authorization, sizeof in->authorization);
-        if (length == sizeof in->authorization) return challengeDue(out, realm, settings, false);
-        header = std::string_view(in->authorization, length);
-    }
-    const auto credentials = digest::parseCredentials(header);
-    if (!credentials) {
-        if (!header.empty()) QX_Log_Print(2, "AUTH", "unusable Authorization header");
+    const auto header = authorizationOf(in);
+    if (!header) return challengeDue(out, realm, settings, false);
+    const auto parsed = digest::parseCredentials(*header);
+    if (!parsed) {
+        if (!header->empty()) QX_Log_Print(2, "AUTH", "unusable Authorization header");
         return challengeDue(out, realm, settings, false);
     }
-    const std::string& user = credentials->username;
-    if (credentials->realm != realm) return challengeDue(out, realm, settings, false);
-    if (credentials->algorithm != configured(settings)) {
-        QX_Log_Print(2, "AUTH", "%s answer refused, %s is required (user %s)",
-                     digest::algorithmName(credentials->algorithm),
-                     digest::algorithmName(configured(settings)), user.c_str());
-        return challengeDue(out, realm, settings, false);
-    }
-    if (request != nullptr && !sameResource(request->target, credentials->uri)) {
-        QX_Log_Print(2, "AUTH", "digest uri does not designate %s %s (user %s)",
-                     request->method.c_str(), request->target.c_str(), user.c_str());
-        return korva::host::kDigestUriMismatch;
-    }
+    const digest::DigestCredentials& credentials = *parsed;
     uint64_t issued = 0;
-    if (!korva::host::detail::verifyNonce(credentials->nonce, &issued)) {
-        QX_Log_Print(2, "AUTH", "nonce not issued by this host (user %s)", user.c_str());
-        return challengeDue(out, realm, settings, false);
+    if (const auto result = refusal(out, credentials, realm, settings, request, &issued)) {
+        return *result;
     }
-    const uint64_t checkedAt = korva::host::detail::monotonicMs();
-    if (checkedAt > issued && checkedAt - issued > lifetimeMs(settings)) {
-        return challengeDue(out, realm, settings, true);
-    }
+    const std::string& user = credentials.username;
 
     // A locked pair is refused before any hashing.
     const std::string address =
         korva::host::loginAddress(request != nullptr ? request->peerAddress : std::string(),
                                   forwardedFor(in), settings.trustedProxies);
-    LoginLockTable::Status lock = state->locks.status(user, address, checkedAt);
-    if (lock.lockedUntil != 0) return rejected(out, realm, settings, lock, checkedAt);
+    const uint64_t now = korva::host::detail::monotonicMs();
+    const LoginLockTable::Status lock = state->locks.status(user, address, now);
+    if (lock.lockedUntil != 0) return rejected(out, realm, settings, lock, now);
 
     // An unknown name costs the same work and is counted in the same table.
     const auto account = state->accounts.find(user);
     const bool known = account != state->accounts.end();
     const std::string& password = known ? account->second.account.password : std::string();
-    const std::string ha1 = digest::ha1(credentials->algorithm, user, realm, password);
-    const std::string ha2 = digest::ha2(credentials->algorithm, methodName, credentials->uri);
-    const std::string expected =
-        digest::response(credentials->algorithm, ha1, credentials->nonce, credentials->nc,
-                         credentials->cnonce, credentials->qop, ha2);
-    const bool match = digest::constantTimeEquals(expected, credentials->response) && known;
-
-    const uint64_t now = korva::host::detail::monotonicMs();
-    if (!match) {
-        bool lockedNow = false;
-        lock = state->locks.recordFailure(user, address, now, settings.maxAttempts,
-                                          lockMs(settings), &lockedNow);
-        if (lockedNow) {
-            QX_Log_Print(4, "AUTH", "user %s locked for %d s at address %s after %d failed logins",
-                         user.c_str(), settings.lockSeconds, address.c_str(), settings.maxAttempts);
-        }
-        return rejected(out, realm, settings, lock, now);
+    const digest::Algorithm algorithm = credentials.algorithm;
+    const std::string expected = digest::response(
+        algorithm, digest::ha1(algorithm, user, realm, password), credentials.nonce, credentials.nc,
+        credentials.cnonce, credentials.qop, digest::ha2(algorithm, methodName, credentials.uri));
+    if (!digest::constantTimeEquals(expected, credentials.response) || !known) {
+        return failedAttempt(out, *state, realm, user, address);
     }
-    // The count is checked before the failures are forgotten, so that a replayed request
-    // cannot reset them.
-    switch (account->second.nonces.use(credentials->nonce, issued, credentials->ncValue, now,
-                                       lifetimeMs(settings))) {
-        case NonceCounts::Use::kReplayed:
-            QX_Log_Print(4, "AUTH", "replayed nonce count %s (user %s)", credentials->nc.c_str(),
-                         user.c_str());
-            return challengeDue(out, realm, settings, false);
-        case NonceCounts::Use::kUnknownCount:
-            return challengeDue(out, realm, settings, true);
-        case NonceCounts::Use::kAccepted:
-            break;
-    }
-    lock = state->locks.recordSuccess(user, address, now);
-    if (lock.lockedUntil != 0)
-        return rejected(out, realm, settings, lock, now);  // locked meanwhile
-    const std::string& devIndex = account->second.account.devIndex;
-    if (devIndex.size() >= sizeof out->devIndex) {
-        QX_Log_Print(5, "AUTH", "device index of user %s is too long (%zu bytes)", user.c_str(),
-                     devIndex.size());
-        return 2;
-    }
-    std::memcpy(out->devIndex, devIndex.c_str(), devIndex.size() + 1);
-    return kDigestAuthenticated;
+    return rightAnswer(out, *state, realm, account->second, credentials, issued, address);
 }
 
 namespace korva::host {
