@@ -97,11 +97,29 @@ ListenAddress readListen(const Reader& reader, const char* name, const ListenAdd
     return address;
 }
 
+// Addresses or CIDR networks of proxies whose X-Forwarded-For names the client.
+std::vector<korva::host::AddressRange> readTrustedProxies(const Reader& auth) {
+    std::vector<korva::host::AddressRange> ranges;
+    if (!auth.has("trustedProxies")) return ranges;
+    const Json::Value& list = auth.value("trustedProxies");
+    if (!list.isArray()) auth.fail("trustedProxies", "must be an array of IP addresses");
+    for (Json::ArrayIndex i = 0; i < list.size(); ++i) {
+        const std::string name = "trustedProxies[" + std::to_string(i) + "]";
+        if (!list[i].isString()) auth.fail(name, "must be a string");
+        std::string problem;
+        const auto range = korva::host::AddressRange::parse(list[i].asString(), &problem);
+        if (!range) auth.fail(name, problem);
+        ranges.push_back(*range);
+    }
+    return ranges;
+}
+
 korva::host::AuthSettings readAuth(const Reader& root) {
     korva::host::AuthSettings auth;
     if (!root.has("auth")) return auth;
     const Reader reader = root.object("auth");
-    reader.allowOnly({"algorithm", "maxAttempts", "lockSeconds", "nonceLifetimeSeconds"});
+    reader.allowOnly(
+        {"algorithm", "maxAttempts", "lockSeconds", "nonceLifetimeSeconds", "trustedProxies"});
     const std::string algorithm = reader.text("algorithm", "MD5");
     if (algorithm == "MD5") {
         auth.algorithm = korva::host::DigestAlgorithm::kMd5;
@@ -114,6 +132,7 @@ korva::host::AuthSettings readAuth(const Reader& root) {
     auth.lockSeconds = reader.integer("lockSeconds", auth.lockSeconds, 1, 86400);
     auth.nonceLifetimeSeconds =
         reader.integer("nonceLifetimeSeconds", auth.nonceLifetimeSeconds, 1, 86400);
+    auth.trustedProxies = readTrustedProxies(reader);
     return auth;
 }
 

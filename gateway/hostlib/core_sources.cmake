@@ -13,4 +13,8 @@ list(APPEND KORVA_HOST_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/digest_math.cpp
   ${CMAKE_CURRENT_LIST_DIR}/digest_header.cpp
   ${CMAKE_CURRENT_LIST_DIR}/digest_check.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/client_address.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/login_lock_table.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/nonce_counts.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/request_context.cpp
 )

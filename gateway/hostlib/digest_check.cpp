@@ -1,22 +1,31 @@
-// The host's digest check (RFC 7616, qop "auth", MD5 and SHA-256) with nonce lifetime, nonce-count
-// replay refusal and per-user lock-out. Every table it keeps is bounded.
+// The host's digest check (RFC 7616, qop "auth", MD5 or SHA-256 as configured): the digest uri
+// must designate the request target, nonces must be this host's and fresh, nonce counts must
+// rise, and failed attempts lock a (user, client address) pair. Every table it keeps is bounded.
+//
+// Locking: the configuration and its tables are one immutable snapshot held by shared pointer;
+// the tables lock themselves only for their updates. Hashing, nonce minting and logging run
+// under no lock.
 #include "host/digest_check.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
-#include <list>
+#include <memory>
 #include <mutex>
-#include <set>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <utility>
 
+#include "gateway/hostlib/client_address.h"
 #include "gateway/hostlib/digest_header.h"
 #include "gateway/hostlib/digest_math.h"
 #include "gateway/hostlib/host_control.h"
 #include "gateway/hostlib/host_nonce.h"
+#include "gateway/hostlib/login_lock_table.h"
+#include "gateway/hostlib/nonce_counts.h"
+#include "gateway/hostlib/request_context.h"
 #include "gateway/hostlib/runtime_clock.h"
 #include "host/config_mgr.h"
 #include "host/qx_log.h"
@@ -26,55 +35,52 @@ namespace {
 using korva::host::Account;
 using korva::host::AuthSettings;
 using korva::host::DigestAlgorithm;
+using korva::host::LoginLockTable;
+using korva::host::NonceCounts;
 namespace digest = korva::host::digest;
 
-// Highest nonce counts kept (one per nonce in use within its lifetime).
-constexpr size_t kMaxNonceEntries = 8192;
-// Lock-out records of user names without an account (so that unknown and known names answer
-// alike); the least recently used is forgotten first.
-constexpr size_t kMaxStrangers = 1024;
-
-struct LockState {
-    int failures = 0;
-    uint64_t lockedUntil = 0;  // 0: not locked
+struct AccountState {
+    explicit AccountState(const Account& a) : account(a) {}
+    const Account account;
+    mutable NonceCounts nonces;
 };
 
-struct AccountEntry {
-    Account account;
-    LockState lock;
-};
-
-struct NonceEntry {
-    uint32_t highestNc = 0;
-    uint64_t issued = 0;
-};
-
+// One configuration of the check and its tables; setAccounts replaces it whole. Settings and
+// accounts are never modified; the tables (mutable) lock themselves.
 struct AuthState {
-    std::mutex mutex;
     AuthSettings settings;
-    uint64_t generation = 0;  // bumped by setAccounts
-    std::unordered_map<std::string, AccountEntry> accounts;
-
-    std::list<std::string> strangerOrder;  // most recently used first
-    std::unordered_map<std::string, std::pair<LockState, std::list<std::string>::iterator>>
-        strangers;
-
-    std::unordered_map<std::string, NonceEntry> nonces;
-    std::set<std::pair<uint64_t, std::string>> nonceAges;  // (issued, nonce)
-    // Nonces issued up to this time may have lost their count to eviction: without an entry
-    // they are answered stale rather than trusted (only when the table overflowed).
-    bool evicted = false;
-    uint64_t evictedUpTo = 0;
+    std::unordered_map<std::string, AccountState> accounts;
+    mutable LoginLockTable locks;
 };
 
-AuthState& auth() {
-    static AuthState* s = new AuthState;  // never destroyed: checks may run until exit
+struct Shared {
+    std::mutex mutex;  // guards `state` (the pointer, not what it points to)
+    std::shared_ptr<const AuthState> state = std::make_shared<AuthState>();
+    std::atomic<bool> allowWithoutRequest{false};
+};
+
+Shared& shared() {
+    static Shared* s = new Shared;  // never destroyed: checks may run until exit
     return *s;
+}
+
+std::shared_ptr<const AuthState> snapshot() {
+    Shared& s = shared();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    return s.state;
 }
 
 digest::Algorithm configured(const AuthSettings& settings) {
     return settings.algorithm == DigestAlgorithm::kSha256 ? digest::Algorithm::kSha256
                                                           : digest::Algorithm::kMd5;
+}
+
+uint64_t lifetimeMs(const AuthSettings& settings) {
+    return static_cast<uint64_t>(std::max(settings.nonceLifetimeSeconds, 0)) * 1000u;
+}
+
+uint64_t lockMs(const AuthSettings& settings) {
+    return static_cast<uint64_t>(std::max(settings.lockSeconds, 0)) * 1000u;
 }
 
 std::string quoted(std::string_view text) {
@@ -87,8 +93,8 @@ std::string quoted(std::string_view text) {
 }
 
 // Writes `Digest qop="auth", realm="..", nonce="..", algorithm=.., stale=".."` with a fresh nonce.
-void writeChallenge(DigestCheckResult* out, const std::string& realm,
-                    digest::Algorithm algorithm, bool stale) {
+void writeChallenge(DigestCheckResult* out, const std::string& realm, digest::Algorithm algorithm,
+                    bool stale) {
     const std::string nonce = korva::host::detail::createNonce();
     std::snprintf(out->challenge, sizeof out->challenge,
                   "Digest qop=\"auth\", realm=\"%s\", nonce=\"%s\", algorithm=%s, stale=\"%s\"",
@@ -106,79 +112,13 @@ int challengeDue(DigestCheckResult* out, const std::string& realm, const AuthSet
     return kDigestChallengeDue;
 }
 
-uint64_t lifetimeMs(const AuthSettings& settings) {
-    return static_cast<uint64_t>(std::max(settings.nonceLifetimeSeconds, 0)) * 1000u;
-}
-
-// The lock-out record of a name (created on first use; mutex held).
-LockState& lockFor(AuthState& s, const std::string& name) {
-    auto account = s.accounts.find(name);
-    if (account != s.accounts.end()) return account->second.lock;
-    auto stranger = s.strangers.find(name);
-    if (stranger != s.strangers.end()) {
-        s.strangerOrder.splice(s.strangerOrder.begin(), s.strangerOrder, stranger->second.second);
-        return stranger->second.first;
-    }
-    if (s.strangers.size() >= kMaxStrangers) {
-        s.strangers.erase(s.strangerOrder.back());
-        s.strangerOrder.pop_back();
-    }
-    s.strangerOrder.push_front(name);
-    auto inserted = s.strangers.emplace(name, std::make_pair(LockState{}, s.strangerOrder.begin()));
-    return inserted.first->second.first;
-}
-
-// Ends a lock whose time is over (mutex held).
-void expireLock(LockState& lock, uint64_t now) {
-    if (lock.lockedUntil != 0 && now >= lock.lockedUntil) lock = LockState{};
-}
-
-int32_t secondsLeft(const LockState& lock, uint64_t now) {
-    const uint64_t ms = lock.lockedUntil > now ? lock.lockedUntil - now : 0;
-    return static_cast<int32_t>(std::max<uint64_t>(1, (ms + 999) / 1000));
-}
-
-// Drops counts of nonces that have expired (mutex held).
-void purgeNonces(AuthState& s, uint64_t now) {
-    const uint64_t lifetime = lifetimeMs(s.settings);
-    while (!s.nonceAges.empty() && now - s.nonceAges.begin()->first > lifetime) {
-        s.nonces.erase(s.nonceAges.begin()->second);
-        s.nonceAges.erase(s.nonceAges.begin());
-    }
-}
-
-enum class NonceUse { kAccepted, kReplayed, kUnknownCount };
-
-// Records nc for a nonce unless it is not above the highest count seen (mutex held).
-NonceUse useNonce(AuthState& s, const std::string& nonce, uint64_t issued, uint32_t nc,
-                  uint64_t now) {
-    purgeNonces(s, now);
-    auto it = s.nonces.find(nonce);
-    if (it != s.nonces.end()) {
-        if (nc <= it->second.highestNc) return NonceUse::kReplayed;
-        it->second.highestNc = nc;
-        return NonceUse::kAccepted;
-    }
-    if (s.evicted && issued <= s.evictedUpTo) return NonceUse::kUnknownCount;
-    if (s.nonces.size() >= kMaxNonceEntries) {
-        auto oldest = s.nonceAges.begin();
-        s.evicted = true;
-        s.evictedUpTo = std::max(s.evictedUpTo, oldest->first);
-        s.nonces.erase(oldest->second);
-        s.nonceAges.erase(oldest);
-        if (issued <= s.evictedUpTo) return NonceUse::kUnknownCount;
-    }
-    s.nonces.emplace(nonce, NonceEntry{nc, issued});
-    s.nonceAges.emplace(issued, nonce);
-    return NonceUse::kAccepted;
-}
-
-// Result 1028 with the counters of the lock record and a fresh challenge.
+// Result 1028 with the pair's counters and a fresh challenge.
 int rejected(DigestCheckResult* out, const std::string& realm, const AuthSettings& settings,
-             const LockState& lock, uint64_t now) {
+             const LoginLockTable::Status& lock, uint64_t now) {
     if (lock.lockedUntil != 0) {
+        const uint64_t ms = lock.lockedUntil > now ? lock.lockedUntil - now : 0;
         out->retryLoginTime = 0;
-        out->unlockTime = secondsLeft(lock, now);
+        out->unlockTime = static_cast<int32_t>(std::max<uint64_t>(1, (ms + 999) / 1000));
     } else {
         out->retryLoginTime = std::max(settings.maxAttempts - lock.failures, 0);
         out->unlockTime = 0;
@@ -187,127 +127,196 @@ int rejected(DigestCheckResult* out, const std::string& realm, const AuthSetting
     return kDigestRejected;
 }
 
+bool isSchemeChar(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '+' ||
+           c == '-' || c == '.';
+}
+
+// The origin-form part of a request target or digest uri, as sent: "/path?query" stays as it
+// is; an absolute form "scheme://authority/path?query" gives "/path?query" ("/" for an empty
+// path); anything else ("*", authority form) is compared whole.
+std::string originForm(std::string_view uri) {
+    const size_t schemeEnd = uri.find("://");
+    if (uri.empty() || uri.front() == '/' || schemeEnd == std::string_view::npos ||
+        schemeEnd == 0 || !std::all_of(uri.begin(), uri.begin() + schemeEnd, isSchemeChar)) {
+        return std::string(uri);
+    }
+    const size_t pathStart = uri.find_first_of("/?", schemeEnd + 3);
+    if (pathStart == std::string_view::npos) return "/";
+    std::string origin = uri[pathStart] == '?' ? "/" : "";
+    origin.append(uri.substr(pathStart));
+    return origin;
+}
+
+// RFC 7616 3.4: the digest uri designates the request target (fails closed on an empty target).
+bool sameResource(const std::string& target, const std::string& digestUri) {
+    return !target.empty() && originForm(target) == originForm(digestUri);
+}
+
+// The record's X-Forwarded-For entry ("" when absent or not terminated).
+std::string_view forwardedFor(const DigestCheckRequest* in) {
+    if (in == nullptr) return {};
+    const size_t length = strnlen(in->clientAddress, sizeof in->clientAddress);
+    if (length == sizeof in->clientAddress) return {};
+    return std::string_view(in->clientAddress, length);
+}
+
+// The record's Authorization header ("" without a record; nullopt when not terminated).
+std::optional<std::string_view> authorizationOf(const DigestCheckRequest* in) {
+    if (in == nullptr) return std::string_view();
+    const size_t length = strnlen(in->authorization, sizeof in->authorization);
+    if (length == sizeof in->authorization) return std::nullopt;
+    return std::string_view(in->authorization, length);
+}
+
+// Why parsed credentials are not tried against a password: nullopt when they are to be tried,
+// otherwise the result to return (with a challenge written when one is due). *issued receives
+// the nonce's issue time.
+std::optional<int> refusal(DigestCheckResult* out, const digest::DigestCredentials& credentials,
+                           const std::string& realm, const AuthSettings& settings,
+                           const korva::host::RequestContext* request, uint64_t* issued) {
+    const char* user = credentials.username.c_str();
+    if (credentials.realm != realm) return challengeDue(out, realm, settings, false);
+    if (credentials.algorithm != configured(settings)) {
+        QX_Log_Print(2, "AUTH", "%s answer refused, %s is required (user %.64s)",
+                     digest::algorithmName(credentials.algorithm),
+                     digest::algorithmName(configured(settings)), user);
+        return challengeDue(out, realm, settings, false);
+    }
+    if (request != nullptr && !sameResource(request->target, credentials.uri)) {
+        QX_Log_Print(2, "AUTH", "digest uri does not designate %s %s (user %.64s)",
+                     request->method.c_str(), request->target.c_str(), user);
+        return korva::host::kDigestUriMismatch;
+    }
+    if (!korva::host::detail::verifyNonce(credentials.nonce, issued)) {
+        QX_Log_Print(2, "AUTH", "nonce not issued by this host (user %.64s)", user);
+        return challengeDue(out, realm, settings, false);
+    }
+    const uint64_t now = korva::host::detail::monotonicMs();
+    if (now > *issued && now - *issued > lifetimeMs(settings)) {
+        return challengeDue(out, realm, settings, true);
+    }
+    return std::nullopt;
+}
+
+// A wrong answer (or an unknown name): counted against the pair; result 1028.
+int failedAttempt(DigestCheckResult* out, const AuthState& state, const std::string& realm,
+                  const std::string& user, const std::string& address) {
+    const AuthSettings& settings = state.settings;
+    const uint64_t now = korva::host::detail::monotonicMs();
+    bool lockedNow = false;
+    const LoginLockTable::Status lock = state.locks.recordFailure(
+        user, address, now, settings.maxAttempts, lockMs(settings), &lockedNow);
+    if (lockedNow) {
+        QX_Log_Print(4, "AUTH", "user %.64s locked for %d s at address %s after %d failed logins",
+                     user.c_str(), settings.lockSeconds, address.c_str(), settings.maxAttempts);
+    }
+    return rejected(out, realm, settings, lock, now);
+}
+
+// A right answer: its nonce count must rise (checked before the pair's failures are forgotten,
+// so that a replayed request cannot reset them); result 0 with the account's device.
+int rightAnswer(DigestCheckResult* out, const AuthState& state, const std::string& realm,
+                const AccountState& account, const digest::DigestCredentials& credentials,
+                uint64_t issued, const std::string& address) {
+    const AuthSettings& settings = state.settings;
+    const uint64_t now = korva::host::detail::monotonicMs();
+    switch (account.nonces.use(credentials.nonce, issued, credentials.ncValue, now,
+                               lifetimeMs(settings))) {
+        case NonceCounts::Use::kReplayed:
+            QX_Log_Print(4, "AUTH", "replayed nonce count %s (user %.64s)", credentials.nc.c_str(),
+                         credentials.username.c_str());
+            return challengeDue(out, realm, settings, false);
+        case NonceCounts::Use::kUnknownCount:
+            return challengeDue(out, realm, settings, true);
+        case NonceCounts::Use::kAccepted:
+            break;
+    }
+    const LoginLockTable::Status lock =
+        state.locks.recordSuccess(credentials.username, address, now);
+    if (lock.lockedUntil != 0) {
+        return rejected(out, realm, settings, lock, now);  // locked while this one was hashed
+    }
+    const std::string& devIndex = account.account.devIndex;
+    if (devIndex.size() >= sizeof out->devIndex) {
+        QX_Log_Print(5, "AUTH", "device index of user %.64s is too long (%zu bytes)",
+                     credentials.username.c_str(), devIndex.size());
+        return 2;
+    }
+    std::memcpy(out->devIndex, devIndex.c_str(), devIndex.size() + 1);
+    return kDigestAuthenticated;
+}
+
 }  // namespace
 
 int QX_KORVAMgrBus_CheckDigest(DigestCheckResult* out, const std::string& methodName,
                                DigestCheckRequest* in) {
     if (out == nullptr) return kDigestChallengeDue;
-    AuthState& s = auth();
-    AuthSettings settings;
-    {
-        std::lock_guard<std::mutex> lock(s.mutex);
-        settings = s.settings;
+    const std::shared_ptr<const AuthState> state = snapshot();
+    const AuthSettings& settings = state->settings;
+    const korva::host::RequestContext* request = korva::host::currentRequest();
+    if (request == nullptr && !shared().allowWithoutRequest.load(std::memory_order_relaxed)) {
+        QX_Log_Print(5, "AUTH", "digest check outside a request refused");
+        return korva::host::kDigestNoRequest;
     }
     const std::string realm = QX_ConfigMgr_GetUserCfg()->getRealm();
-
-    std::string_view header;
-    if (in != nullptr) {
-        const size_t length = strnlen(in->authorization, sizeof in->authorization);
-        if (length == sizeof in->authorization) return challengeDue(out, realm, settings, false);
-        header = std::string_view(in->authorization, length);
-    }
-    const auto credentials = digest::parseCredentials(header);
-    if (!credentials) {
-        if (!header.empty()) QX_Log_Print(2, "AUTH", "unusable Authorization header");
+    const auto header = authorizationOf(in);
+    if (!header) return challengeDue(out, realm, settings, false);
+    const auto parsed = digest::parseCredentials(*header);
+    if (!parsed) {
+        if (!header->empty()) QX_Log_Print(2, "AUTH", "unusable Authorization header");
         return challengeDue(out, realm, settings, false);
     }
-    if (credentials->realm != realm) return challengeDue(out, realm, settings, false);
+    const digest::DigestCredentials& credentials = *parsed;
     uint64_t issued = 0;
-    if (!korva::host::detail::verifyNonce(credentials->nonce, &issued)) {
-        QX_Log_Print(2, "AUTH", "nonce not issued by this host (user %s)",
-                     credentials->username.c_str());
-        return challengeDue(out, realm, settings, false);
+    if (const auto result = refusal(out, credentials, realm, settings, request, &issued)) {
+        return *result;
     }
-    const uint64_t checkedAt = korva::host::detail::monotonicMs();
-    if (checkedAt > issued && checkedAt - issued > lifetimeMs(settings)) {
-        return challengeDue(out, realm, settings, true);
-    }
+    const std::string& user = credentials.username;
 
-    // Phase 1: refuse a locked user before any hashing; take the account's secret.
-    uint64_t generation = 0;
-    bool known = false;
-    std::string password;
-    std::string devIndex;
-    {
-        std::lock_guard<std::mutex> lock(s.mutex);
-        generation = s.generation;
-        const uint64_t now = korva::host::detail::monotonicMs();
-        LockState& state = lockFor(s, credentials->username);
-        expireLock(state, now);
-        if (state.lockedUntil != 0) return rejected(out, realm, s.settings, state, now);
-        auto account = s.accounts.find(credentials->username);
-        if (account != s.accounts.end()) {
-            known = true;
-            password = account->second.account.password;
-            devIndex = account->second.account.devIndex;
-        }
-    }
-
-    // The hashes run outside the lock; an unknown name costs the same work.
-    const std::string ha1 =
-        digest::ha1(credentials->algorithm, credentials->username, realm, password);
-    const std::string ha2 = digest::ha2(credentials->algorithm, methodName, credentials->uri);
-    const std::string expected =
-        digest::response(credentials->algorithm, ha1, credentials->nonce, credentials->nc,
-                         credentials->cnonce, credentials->qop, ha2);
-    const bool match = digest::constantTimeEquals(expected, credentials->response) && known;
-
-    // Phase 2: count the attempt.
-    std::lock_guard<std::mutex> lock(s.mutex);
-    if (s.generation != generation) return challengeDue(out, realm, s.settings, false);
+    // A locked pair is refused before any hashing.
+    const std::string address =
+        korva::host::loginAddress(request != nullptr ? request->peerAddress : std::string(),
+                                  forwardedFor(in), settings.trustedProxies);
     const uint64_t now = korva::host::detail::monotonicMs();
-    LockState& state = lockFor(s, credentials->username);
-    expireLock(state, now);
-    if (state.lockedUntil != 0) return rejected(out, realm, s.settings, state, now);
-    if (!match) {
-        ++state.failures;
-        if (s.settings.maxAttempts > 0 && state.failures >= s.settings.maxAttempts) {
-            state.failures = 0;
-            state.lockedUntil =
-                now + static_cast<uint64_t>(std::max(s.settings.lockSeconds, 0)) * 1000u;
-            if (state.lockedUntil <= now) state = LockState{};  // a lock of 0 s ends at once
-            QX_Log_Print(4, "AUTH", "user %s locked for %d s after %d failed logins",
-                         credentials->username.c_str(), s.settings.lockSeconds,
-                         s.settings.maxAttempts);
-        }
-        return rejected(out, realm, s.settings, state, now);
+    const LoginLockTable::Status lock = state->locks.status(user, address, now);
+    if (lock.lockedUntil != 0) return rejected(out, realm, settings, lock, now);
+
+    // An unknown name costs the same work and is counted in the same table.
+    const auto account = state->accounts.find(user);
+    const bool known = account != state->accounts.end();
+    const std::string& password = known ? account->second.account.password : std::string();
+    const digest::Algorithm algorithm = credentials.algorithm;
+    const std::string expected = digest::response(
+        algorithm, digest::ha1(algorithm, user, realm, password), credentials.nonce, credentials.nc,
+        credentials.cnonce, credentials.qop, digest::ha2(algorithm, methodName, credentials.uri));
+    if (!digest::constantTimeEquals(expected, credentials.response) || !known) {
+        return failedAttempt(out, *state, realm, user, address);
     }
-    switch (useNonce(s, credentials->nonce, issued, credentials->ncValue, now)) {
-    case NonceUse::kReplayed:
-        QX_Log_Print(4, "AUTH", "replayed nonce count %s (user %s)", credentials->nc.c_str(),
-                     credentials->username.c_str());
-        return challengeDue(out, realm, s.settings, false);
-    case NonceUse::kUnknownCount:
-        return challengeDue(out, realm, s.settings, true);
-    case NonceUse::kAccepted:
-        break;
-    }
-    if (devIndex.size() >= sizeof out->devIndex) {
-        QX_Log_Print(5, "AUTH", "device index of user %s is too long (%zu bytes)",
-                     credentials->username.c_str(), devIndex.size());
-        return 2;
-    }
-    state.failures = 0;
-    std::memcpy(out->devIndex, devIndex.c_str(), devIndex.size() + 1);
-    return kDigestAuthenticated;
+    return rightAnswer(out, *state, realm, account->second, credentials, issued, address);
 }
 
 namespace korva::host {
 
 void setAccounts(const std::vector<Account>& accounts, const AuthSettings& settings) {
-    std::unordered_map<std::string, AccountEntry> next;
-    for (const Account& account : accounts) next[account.name] = AccountEntry{account, LockState{}};
-    AuthState& s = auth();
-    std::lock_guard<std::mutex> lock(s.mutex);
-    s.settings = settings;
-    s.accounts = std::move(next);
-    ++s.generation;
-    s.strangers.clear();
-    s.strangerOrder.clear();
-    s.nonces.clear();
-    s.nonceAges.clear();
-    s.evicted = false;
-    s.evictedUpTo = 0;
+    auto next = std::make_shared<AuthState>();
+    next->settings = settings;
+    for (const Account& account : accounts) {
+        next->accounts.erase(account.name);  // a repeated name: the last one holds
+        next->accounts.try_emplace(account.name, account);
+    }
+    Shared& s = shared();
+    std::shared_ptr<const AuthState> previous;
+    {
+        std::lock_guard<std::mutex> lock(s.mutex);
+        previous = std::move(s.state);
+        s.state = std::move(next);
+    }
+    // `previous` is released here, outside the lock (checks under way may still hold it).
+}
+
+void allowDigestChecksWithoutRequest(bool allow) {
+    shared().allowWithoutRequest.store(allow, std::memory_order_relaxed);
 }
 
 }  // namespace korva::host

@@ -4,6 +4,7 @@
 
 #include <thread>
 
+#include "gateway/hostlib/request_context.h"
 #include "gateway/server/connection_exchange.h"
 #include "host/exchange_holder.h"
 
@@ -19,11 +20,19 @@ struct CallResult {
     bool failed = false;
 };
 
-CallResult callPlugin(const PluginApi& api, const std::shared_ptr<ConnectionExchange>& backend) {
+// "192.0.2.1" of "192.0.2.1:5000", "2001:db8::1" of "[2001:db8::1]:5000".
+std::string addressOf(const std::string& peer) {
+    if (!peer.empty() && peer.front() == '[') return peer.substr(1, peer.find(']') - 1);
+    return peer.substr(0, peer.rfind(':'));
+}
+
+CallResult callPlugin(const PluginApi& api, const std::shared_ptr<ConnectionExchange>& backend,
+                      const korva::host::RequestContext& context) {
     CallResult result;
     ExchangeHolder holder;
     holder.exchange = std::make_shared<QXHttpService::CHttpExchange>(backend);
     holder.body = backend->body().c_str();
+    const korva::host::RequestScope scope(context);  // the digest check reads peer and target
     try {
         result.status = api.process(&result.handled, &result.response, &result.asyncReply, holder);
     } catch (...) {
@@ -36,6 +45,9 @@ CallResult callPlugin(const PluginApi& api, const std::shared_ptr<ConnectionExch
 
 void PluginHandler::onRequest(const std::shared_ptr<Connection>& connection,
                               HttpRequest&& request) {
+    korva::host::RequestContext context{addressOf(connection->peer()),
+                                        std::string(request.target()),
+                                        std::string(request.method_string())};
     auto backend = std::make_shared<ConnectionExchange>(connection, std::move(request));
     const int handle = QXHttpService::ExchangeRegistry::instance().add(backend);
     connection->setRequestCleanup([backend, handle] {
@@ -50,7 +62,7 @@ void PluginHandler::onRequest(const std::shared_ptr<Connection>& connection,
                            jsonError(503, "the gateway is stopping"));
         return;
     }
-    CallResult result = callPlugin(m_api, backend);
+    CallResult result = callPlugin(m_api, backend, context);
     m_inFlight.fetch_sub(1);
 
     if (!result.failed && result.asyncReply == 1) {

@@ -156,8 +156,9 @@ private:
 
 // Sets up the host for one test: activated user configuration with realm "KORVA Test", the
 // network configuration defaults, one account "admin"/"Admin12345" bound to device "dev-1",
-// which is attached as a ScriptedDevice. Restores a clean host on destruction (devices cleared,
-// alarm bus reset, real clock).
+// which is attached as a ScriptedDevice; digest checks run without a request scope (no peer, the
+// digest uri not compared). Restores a clean host on destruction (devices cleared, alarm bus
+// reset, real clock, scope-less checks refused again).
 class HostFixture {
 public:
     HostFixture();

@@ -1,5 +1,6 @@
 """Digest authentication through korva-gateway with real clients (curl, requests), the 401
-and 403 documents, lock-out, and an inactive gateway."""
+and 403 documents, the digest uri, the configured algorithm, lock-out per client address, and an
+inactive gateway."""
 
 import subprocess
 import time
@@ -7,7 +8,8 @@ import xml.etree.ElementTree as ET
 
 import requests
 
-from gateway_fixture import DEVICE_INFO, PASSWORD, USER, GatewayTestCase, make_config
+from gateway_fixture import (DEVICE_INFO, PASSWORD, USER, GatewayTestCase, digest_authorization,
+                             make_config)
 
 
 def curl_digest(url):
@@ -67,15 +69,56 @@ class LockOutTest(GatewayTestCase):
                                "nonceLifetimeSeconds": 300})
 
     def test_wrong_passwords_lock_the_user_until_the_lock_time_passes(self):
-        answers = [self.gateway.get(DEVICE_INFO, password="wrong") for _ in range(3)]
+        # The peer is no trusted proxy: its X-Forwarded-For cannot rotate past the lock.
+        answers = [self.gateway.request("GET", DEVICE_INFO, password="wrong",
+                                        headers={"X-Forwarded-For": "10.0.0.%d" % i})
+                   for i in range(3)]
         self.assertEqual([a.status_code for a in answers], [401] * 3)
         first, last = fields(answers[0].text), fields(answers[-1].text)
         self.assertEqual((first["lockStatus"], last["lockStatus"], last["retryLoginTime"]),
                          ("unlocked", "locked", "0"))
         self.assertGreater(int(last["unlockTime"]), 0)
-        self.assertEqual(self.gateway.get(DEVICE_INFO).status_code, 401)  # even the right one
+        for forwarded in ("10.0.0.0", "10.0.0.9"):  # even the right password
+            response = self.gateway.request("GET", DEVICE_INFO,
+                                            headers={"X-Forwarded-For": forwarded})
+            self.assertEqual(response.status_code, 401)
         time.sleep(2.5)
         self.assertEqual(self.gateway.get(DEVICE_INFO).status_code, 200)
+
+
+class ProxiedClientsTest(GatewayTestCase):
+    """Behind a trusted proxy (the test client on 127.0.0.1), X-Forwarded-For names the client."""
+
+    config = make_config(auth={"algorithm": "MD5", "maxAttempts": 3, "lockSeconds": 180,
+                               "nonceLifetimeSeconds": 300, "trustedProxies": ["127.0.0.0/8"]})
+
+    def get(self, path, authorization):
+        return requests.get(self.gateway.url(path), headers={"Authorization": authorization},
+                            timeout=30)
+
+    def test_digest_uri_must_designate_the_request_target(self):
+        challenge = requests.get(self.gateway.url(DEVICE_INFO), timeout=30).headers[
+            "WWW-Authenticate"]
+        for path, uri in [(DEVICE_INFO, "/KORVA/System/IO"), (DEVICE_INFO + "?a=1", DEVICE_INFO),
+                          (DEVICE_INFO, DEVICE_INFO + "?a=1")]:
+            response = self.get(path, digest_authorization("GET", uri, challenge))
+            self.assertEqual(response.status_code, 400, (path, uri))
+            self.assertEqual(fields(response.text)["subStatusCode"], "badParameters")
+        for path in (DEVICE_INFO, DEVICE_INFO + "?a=1"):
+            challenge = requests.get(self.gateway.url(path), timeout=30).headers[
+                "WWW-Authenticate"]
+            self.assertEqual(self.get(path, digest_authorization("GET", path, challenge))
+                             .status_code, 200, path)
+
+    def test_a_lock_holds_one_client_address_only(self):
+        attacker, user = {"X-Forwarded-For": "10.0.0.1"}, {"X-Forwarded-For": "10.0.0.2, 10.9.9.9"}
+        answers = [self.gateway.request("GET", DEVICE_INFO, password="wrong", headers=attacker)
+                   for _ in range(3)]
+        self.assertEqual(fields(answers[-1].text)["lockStatus"], "locked")
+        locked = self.gateway.request("GET", DEVICE_INFO, headers=attacker)
+        self.assertEqual((locked.status_code, fields(locked.text)["lockStatus"]), (401, "locked"))
+        self.assertEqual(self.gateway.request("GET", DEVICE_INFO, headers=user).status_code, 200)
+        self.assertEqual(self.gateway.get(DEVICE_INFO).status_code, 200)  # the proxy itself
 
 
 class Sha256DigestTest(GatewayTestCase):
@@ -85,6 +128,11 @@ class Sha256DigestTest(GatewayTestCase):
     def test_challenge_names_sha256_and_curl_succeeds(self):
         response = requests.get(self.gateway.url(DEVICE_INFO), timeout=30)
         self.assertIn("algorithm=SHA-256", response.headers["WWW-Authenticate"])
+        md5 = digest_authorization("GET", DEVICE_INFO, response.headers["WWW-Authenticate"])
+        downgraded = requests.get(self.gateway.url(DEVICE_INFO), headers={"Authorization": md5},
+                                  timeout=30)
+        self.assertEqual(downgraded.status_code, 401)
+        self.assertIn("algorithm=SHA-256", downgraded.headers["WWW-Authenticate"])
         status, body = curl_digest(self.gateway.url(DEVICE_INFO))
         self.assertEqual((status, ET.fromstring(body).tag), (200, "DeviceInfo"), body)
 

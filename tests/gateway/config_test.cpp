@@ -10,7 +10,8 @@ namespace {
 const char* kValid = R"({
   "listen": "0.0.0.0:9000", "adminListen": "[::1]:0", "plugin": "lib/plugin.so",
   "realm": "Site", "activated": false, "logLevel": 5,
-  "auth": {"algorithm": "SHA-256", "maxAttempts": 2, "lockSeconds": 5, "nonceLifetimeSeconds": 60},
+  "auth": {"algorithm": "SHA-256", "maxAttempts": 2, "lockSeconds": 5, "nonceLifetimeSeconds": 60,
+           "trustedProxies": ["10.0.0.0/8", "::1"]},
   "network": {"httpPort": 81, "portMapping": true, "extHttpPort": 9081},
   "users": [{"name": "u1", "password": "p1", "device": "d1"},
             {"name": "u2", "password": "p2", "device": "d1"}],
@@ -26,6 +27,8 @@ TEST(GatewayConfig, ReadsEveryMember) {
     EXPECT_FALSE(config.activated);
     EXPECT_EQ(config.auth.algorithm, korva::host::DigestAlgorithm::kSha256);
     EXPECT_EQ(config.auth.lockSeconds, 5);
+    ASSERT_EQ(config.auth.trustedProxies.size(), 2u);
+    EXPECT_EQ(config.auth.trustedProxies[0].prefixLength, 8);
     ASSERT_TRUE(config.network.has_value());
     EXPECT_EQ(config.network->httpPort, 81);
     EXPECT_EQ(config.network->httpsPort, 443);  // default kept
@@ -53,6 +56,10 @@ TEST(GatewayConfig, ErrorsNameFileFieldAndProblem) {
         {R"({"logLevel": 0})", "f.json: logLevel: must be within 1..5 (got 0)"},
         {R"({"logLevel": 2.5})", "f.json: logLevel: must be an integer"},
         {R"({"auth": {"algorithm": "md5"}})", "f.json: auth.algorithm: unknown algorithm \"md5\""},
+        {R"({"auth": {"trustedProxies": ["10.0.0.0/33"]}})",
+         "f.json: auth.trustedProxies[0]: \"10.0.0.0/33\" has no valid prefix length"},
+        {R"({"auth": {"trustedProxies": "10.0.0.1"}})",
+         "f.json: auth.trustedProxies: must be an array"},
         {R"({"devices": [{}]})", "f.json: devices[0].devIndex: is required"},
         {R"({"devices": [{"devIndex": "a b"}]})", "f.json: devices[0].devIndex: must be 1 to 38"},
         {R"({"devices": [{"devIndex": "a"}, {"devIndex": "a"}]})",

@@ -7,9 +7,13 @@
 #include <thread>
 #include <vector>
 
+#include "gateway/hostlib/client_address.h"
 #include "gateway/hostlib/digest_header.h"
 #include "gateway/hostlib/digest_math.h"
 #include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/login_lock_table.h"
+#include "gateway/hostlib/nonce_counts.h"
+#include "gateway/hostlib/request_context.h"
 #include "host/config_mgr.h"
 #include "host/digest_check.h"
 #include "host/host_util.h"
@@ -19,11 +23,10 @@ using digest::Algorithm;
 
 namespace {
 
-std::string expectedResponse(Algorithm algorithm, const std::string& user,
-                             const std::string& realm, const std::string& password,
-                             const std::string& method, const std::string& uri,
-                             const std::string& nonce, const std::string& nc,
-                             const std::string& cnonce) {
+std::string expectedResponse(Algorithm algorithm, const std::string& user, const std::string& realm,
+                             const std::string& password, const std::string& method,
+                             const std::string& uri, const std::string& nonce,
+                             const std::string& nc, const std::string& cnonce) {
     return digest::response(algorithm, digest::ha1(algorithm, user, realm, password), nonce, nc,
                             cnonce, "auth", digest::ha2(algorithm, method, uri));
 }
@@ -53,8 +56,8 @@ TEST(DigestHeader, AcceptsAnyOrderQuotingAndSpacing) {
     const std::string md5(32, 'a');
     const std::string header =
         "digest   nc=00000002 , qop=auth,,cnonce=\"x,y\\\"z\", username=\"Mu\\\"fasa\","
-        "realm = \"r\" ,nonce=\"n\",uri=\"/a?b=1,2\",response=\"" + std::string(32, 'A') +
-        "\",opaque=\"o\",algorithm=md5";
+        "realm = \"r\" ,nonce=\"n\",uri=\"/a?b=1,2\",response=\"" +
+        std::string(32, 'A') + "\",opaque=\"o\",algorithm=md5";
     auto c = digest::parseCredentials(header);
     ASSERT_TRUE(c.has_value());
     EXPECT_EQ(c->username, "Mu\"fasa");
@@ -69,21 +72,35 @@ TEST(DigestHeader, AcceptsAnyOrderQuotingAndSpacing) {
 TEST(DigestHeader, RefusesMalformedOrUnsupportedCredentials) {
     const std::string good =
         "username=\"u\", realm=\"r\", nonce=\"n\", uri=\"/\", qop=auth, nc=00000001, "
-        "cnonce=\"c\", response=\"" + std::string(32, '0') + "\"";
+        "cnonce=\"c\", response=\"" +
+        std::string(32, '0') + "\"";
     ASSERT_TRUE(digest::parseCredentials("Digest " + good));
     auto with = [&](const char* from, const char* to) {
         return "Digest " + std::regex_replace(good, std::regex(from), to);
     };
     const std::string d = "Digest " + good;
     const std::string bad[] = {
-        "", "Basic dXNlcjpwYXNz", "Digest", "Digest ", "Digestusername=\"u\"",
+        "",
+        "Basic dXNlcjpwYXNz",
+        "Digest",
+        "Digest ",
+        "Digestusername=\"u\"",
         d + ", username=\"v\"",  // repeated parameter
-        d + ", x", d + ", x=\"open", d + " trailing", d + ", x=\"a\\", d + ", x=\"a\x01\"",
-        d + ", algorithm=MD5-sess", d + ", algorithm=SHA-512-256", d + ", userhash=true",
+        d + ", x",
+        d + ", x=\"open",
+        d + " trailing",
+        d + ", x=\"a\\",
+        d + ", x=\"a\x01\"",
+        d + ", algorithm=MD5-sess",
+        d + ", algorithm=SHA-512-256",
+        d + ", userhash=true",
         d + ", algorithm=SHA-256",  // a 32-digit response is not SHA-256
-        with("qop=auth", "qop=auth-int"), with("nc=00000001", "nc=1"),
-        with("nc=00000001", "nc=0000000g"), with("nc=00000001", "nc=00000000"),
-        with("cnonce=\"c\", ", ""), with("response=\"0", "response=\""),
+        with("qop=auth", "qop=auth-int"),
+        with("nc=00000001", "nc=1"),
+        with("nc=00000001", "nc=0000000g"),
+        with("nc=00000001", "nc=00000000"),
+        with("cnonce=\"c\", ", ""),
+        with("response=\"0", "response=\""),
         with("username=\"u\"", "username*=UTF-8''u"),
     };
     for (const std::string& header : bad) {
@@ -97,12 +114,85 @@ TEST(DigestHeader, RefusesMalformedOrUnsupportedCredentials) {
                      .has_value());
 }
 
+TEST(ClientAddress, RangesAndTheAddressALoginCountsAgainst) {
+    using korva::host::AddressRange;
+    const std::vector<AddressRange> trusted = {*AddressRange::parse("127.0.0.1", nullptr),
+                                               *AddressRange::parse("10.8.0.0/16", nullptr),
+                                               *AddressRange::parse("fd00::/8", nullptr)};
+    struct Row {
+        const char* peer;
+        const char* forwarded;
+        const char* counted;
+    };
+    const Row rows[] = {
+        {"192.0.2.7", "", "192.0.2.7"},
+        {"192.0.2.7", "10.1.1.1", "192.0.2.7"},        // untrusted peer: header ignored
+        {"127.0.0.1", "10.1.1.1", "10.1.1.1"},         // trusted proxy
+        {"10.8.200.1", " 10.1.1.2 ", "10.1.1.2"},      // inside a trusted network
+        {"10.9.0.1", "10.1.1.2", "10.9.0.1"},          // just outside it
+        {"127.0.0.1", "unknown", "127.0.0.1"},         // not an address: the proxy itself
+        {"::ffff:127.0.0.1", "10.1.1.3", "10.1.1.3"},  // IPv4-mapped peer
+        {"fd12::1", "2001:db8:1:2:3:4:5:6", "2001:db8:1:2::/64"},
+        {"2001:db8:1:2::99%eth0", "", "2001:db8:1:2::/64"},  // one /64 counts as one client
+        {"", "10.1.1.1", ""},                                // unknown peer
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(korva::host::loginAddress(row.peer, row.forwarded, trusted), row.counted)
+            << row.peer << " / " << row.forwarded;
+    }
+    for (const char* bad : {"", "10.0.0.256", "10.0.0.0/33", "10.0.0.0/", "10.0.0.0/8x",
+                            "fd00::/129", "host.example"}) {
+        std::string problem;
+        EXPECT_FALSE(AddressRange::parse(bad, &problem)) << bad;
+        EXPECT_FALSE(problem.empty());
+    }
+    EXPECT_FALSE(AddressRange::parse(std::string_view("10.0.0.1\0", 9), nullptr));
+}
+
+TEST(LoginLockTable, FullTableForgetsUnlockedPairsBeforeLockedOnes) {
+    korva::host::LoginLockTable table(2);
+    bool locked = false;
+    table.recordFailure("a", "x", 10, 2, 1000, &locked);
+    table.recordFailure("a", "x", 11, 2, 1000, &locked);  // locked until 1011
+    ASSERT_TRUE(locked);
+    table.recordFailure("b", "x", 12, 2, 1000, &locked);
+    table.recordFailure("c", "x", 13, 2, 1000, &locked);  // b (unlocked) goes, not a
+    EXPECT_EQ(table.size(), 2u);
+    EXPECT_EQ(table.status("a", "x", 14).lockedUntil, 1011u);
+    EXPECT_EQ(table.status("b", "x", 14).failures, 0);
+    table.recordFailure("c", "x", 15, 2, 500, &locked);   // c locked until 515: all locked
+    table.recordFailure("d", "x", 16, 2, 1000, &locked);  // the soonest unlock (c) goes
+    EXPECT_EQ(table.status("c", "x", 17).lockedUntil, 0u);
+    EXPECT_EQ(table.status("a", "x", 17).lockedUntil, 1011u);
+    EXPECT_EQ(table.status("a", "x", 1011).lockedUntil, 0u);  // the lock has run out
+    EXPECT_EQ(table.size(), 1u);
+}
+
 namespace {
 
 constexpr const char* kRealm = "test realm";
+constexpr const char* kTarget = "/KORVA/System/deviceInfo";
+constexpr const char* kPeer = "192.0.2.10";
+
+// What the client answers.
+struct Answer {
+    std::string nc = "00000001";
+    Algorithm algorithm = Algorithm::kMd5;
+    std::string method = "GET";
+    std::string uri = kTarget;
+    bool namesAlgorithm = true;  // false: no algorithm parameter (MD5)
+};
+
+// The request the check runs for (inside a request scope, as in the gateway).
+struct Request {
+    std::string method = "GET";
+    std::string target = kTarget;
+    std::string peer = kPeer;
+    std::string forwarded;
+};
 
 class DigestCheck : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         korva::host::useManualClock(0);
         korva::host::setUserConfig(true, kRealm);
@@ -111,15 +201,20 @@ protected:
     void TearDown() override {
         korva::host::setAccounts({}, korva::host::AuthSettings{});
         korva::host::setUserConfig(true, "KORVA Gateway");
+        korva::host::allowDigestChecksWithoutRequest(false);
         korva::host::useRealClock();
     }
 
-    void configure(korva::host::DigestAlgorithm algorithm) {
+    void configure(korva::host::DigestAlgorithm algorithm,
+                   const std::vector<std::string>& trustedProxies = {}) {
         korva::host::AuthSettings settings;
         settings.algorithm = algorithm;
         settings.maxAttempts = 3;
         settings.lockSeconds = 60;
         settings.nonceLifetimeSeconds = 300;
+        for (const std::string& proxy : trustedProxies) {
+            settings.trustedProxies.push_back(*korva::host::AddressRange::parse(proxy, nullptr));
+        }
         korva::host::setAccounts({{"admin", "Admin12345", "cam-1"}, {"viewer", "pw", "cam-2"}},
                                  settings);
     }
@@ -131,28 +226,40 @@ protected:
     }
 
     static std::string header(const std::string& user, const std::string& password,
-                              const std::string& nonce, const std::string& nc = "00000001",
-                              Algorithm algorithm = Algorithm::kMd5,
-                              const std::string& method = "GET") {
-        const std::string uri = "/KORVA/System/deviceInfo";
+                              const std::string& nonce, const Answer& a = {}) {
         const std::string cnonce = "0a4f113b";
         return "Digest username=\"" + user + "\", realm=\"" + kRealm + "\", nonce=\"" + nonce +
-               "\", uri=\"" + uri + "\", qop=auth, nc=" + nc + ", cnonce=\"" + cnonce +
-               "\", algorithm=" + digest::algorithmName(algorithm) + ", response=\"" +
-               expectedResponse(algorithm, user, kRealm, password, method, uri, nonce, nc,
+               "\", uri=\"" + a.uri + "\", qop=auth, nc=" + a.nc + ", cnonce=\"" + cnonce +
+               (a.namesAlgorithm ? std::string("\", algorithm=") +
+                                       digest::algorithmName(a.algorithm) + ", response=\""
+                                 : std::string("\", response=\"")) +
+               expectedResponse(a.algorithm, user, kRealm, password, a.method, a.uri, nonce, a.nc,
                                 cnonce) +
                "\"";
     }
 
     static int checkInto(DigestCheckResult* result, const std::string& authorization,
-                         const std::string& method = "GET") {
+                         const Request& r = {}) {
+        const korva::host::RequestContext context{r.peer, r.target, r.method};
+        const korva::host::RequestScope scope(context);
+        return checkOutsideRequest(result, authorization, r.method, r.forwarded);
+    }
+    static int checkOutsideRequest(DigestCheckResult* result, const std::string& authorization,
+                                   const std::string& method = "GET",
+                                   const std::string& forwarded = "") {
         DigestCheckRequest in{};
+        std::strncpy(in.clientAddress, forwarded.c_str(), sizeof in.clientAddress - 1);
         std::strncpy(in.authorization, authorization.c_str(), sizeof in.authorization - 1);
         *result = DigestCheckResult{};
         return QX_KORVAMgrBus_CheckDigest(result, method, &in);
     }
-    int check(const std::string& authorization, const std::string& method = "GET") {
-        return checkInto(&out, authorization, method);
+    int check(const std::string& authorization, const Request& r = {}) {
+        return checkInto(&out, authorization, r);
+    }
+    // A wrong password for `user` from the request's address; the attempts left afterwards.
+    int fail(const std::string& user, const Request& r = {}) {
+        EXPECT_EQ(check(header(user, "wrong", freshNonce()), r), kDigestRejected);
+        return out.retryLoginTime;
     }
 
     DigestCheckResult out{};
@@ -178,34 +285,130 @@ TEST_F(DigestCheck, NoCredentials) {
     EXPECT_EQ(challengeShape(out.challenge), "SHA-256 FALSE") << out.challenge;
 }
 
-TEST_F(DigestCheck, AuthenticatesBothAlgorithmsAndNamesTheDevice) {
-    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce())), kDigestAuthenticated);
-    EXPECT_STREQ(out.devIndex, "cam-1");
-    EXPECT_EQ(check(header("viewer", "pw", freshNonce(), "00000001", Algorithm::kSha256, "PUT"),
-                    "PUT"),
-              kDigestAuthenticated);
-    EXPECT_STREQ(out.devIndex, "cam-2");
+TEST_F(DigestCheck, AcceptsOnlyTheConfiguredAlgorithm) {
+    using korva::host::DigestAlgorithm;
+    struct Row {
+        DigestAlgorithm configured;
+        Algorithm answer;
+        bool namesAlgorithm;
+        int result;
+        const char* challenge;  // shape of the host's challenge ("" none)
+    };
+    const Row rows[] = {
+        {DigestAlgorithm::kMd5, Algorithm::kMd5, true, kDigestAuthenticated, ""},
+        {DigestAlgorithm::kMd5, Algorithm::kMd5, false, kDigestAuthenticated, ""},
+        {DigestAlgorithm::kMd5, Algorithm::kSha256, true, kDigestChallengeDue, ""},
+        {DigestAlgorithm::kSha256, Algorithm::kSha256, true, kDigestAuthenticated, ""},
+        {DigestAlgorithm::kSha256, Algorithm::kMd5, true, kDigestChallengeDue, "SHA-256 FALSE"},
+        {DigestAlgorithm::kSha256, Algorithm::kMd5, false, kDigestChallengeDue, "SHA-256 FALSE"},
+    };
+    for (const Row& row : rows) {
+        configure(row.configured);
+        Answer answer;
+        answer.algorithm = row.answer;
+        answer.namesAlgorithm = row.namesAlgorithm;
+        EXPECT_EQ(check(header("viewer", "pw", freshNonce(), answer)), row.result)
+            << static_cast<int>(row.configured) << " " << digest::algorithmName(row.answer);
+        EXPECT_EQ(out.challenge[0] ? challengeShape(out.challenge) : "", row.challenge);
+        EXPECT_STREQ(out.devIndex, row.result == kDigestAuthenticated ? "cam-2" : "");
+        EXPECT_EQ(out.retryLoginTime, 0);  // a refused algorithm is not a failed attempt
+    }
     // The method takes part in the response.
-    EXPECT_EQ(check(header("viewer", "pw", freshNonce(), "00000001", Algorithm::kMd5, "PUT"),
-                    "GET"),
-              kDigestRejected);
+    configure(DigestAlgorithm::kMd5);
+    Answer put;
+    put.method = "PUT";
+    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce(), put)), kDigestRejected);
+}
+
+TEST_F(DigestCheck, DigestUriMustDesignateTheRequestTarget) {
+    struct Row {
+        const char* target;
+        const char* uri;
+        int result;
+    };
+    const Row rows[] = {
+        {"/KORVA/System/deviceInfo", "/KORVA/System/deviceInfo", kDigestAuthenticated},
+        {"/KORVA/System/deviceInfo", "/KORVA/System/IO", korva::host::kDigestUriMismatch},
+        {"/KORVA/System/IO?a=1", "/KORVA/System/IO?a=1", kDigestAuthenticated},
+        {"/KORVA/System/IO?a=1", "/KORVA/System/IO", korva::host::kDigestUriMismatch},
+        {"/KORVA/System/IO", "/KORVA/System/IO?a=1", korva::host::kDigestUriMismatch},
+        {"/KORVA/System/IO?a=1", "/KORVA/System/IO?a=2", korva::host::kDigestUriMismatch},
+        {"/KORVA/System/IO", "/korva/system/io", korva::host::kDigestUriMismatch},
+        {"/KORVA/System/I%4F", "/KORVA/System/IO", korva::host::kDigestUriMismatch},
+        {"http://gw.example:8080/KORVA/System/IO?a=1", "/KORVA/System/IO?a=1",
+         kDigestAuthenticated},
+        {"/KORVA/System/IO", "http://gw.example/KORVA/System/IO", kDigestAuthenticated},
+        {"http://gw.example?a=1", "/?a=1", kDigestAuthenticated},
+        {"http://gw.example/KORVA/System/deviceInfo", "/KORVA/System/IO",
+         korva::host::kDigestUriMismatch},
+        {"", "", korva::host::kDigestUriMismatch},  // no target: refused
+    };
+    for (const Row& row : rows) {
+        Answer answer;
+        answer.uri = row.uri;
+        Request request;
+        request.target = row.target;
+        EXPECT_EQ(check(header("admin", "Admin12345", freshNonce(), answer), request), row.result)
+            << row.target << " / " << row.uri;
+    }
+    // Also with the wrong password: refused before any attempt is counted.
+    Answer other;
+    other.uri = "/KORVA/System/IO";
+    EXPECT_EQ(check(header("admin", "wrong", freshNonce(), other)),
+              korva::host::kDigestUriMismatch);
+    EXPECT_EQ(fail("admin"), 2);
+}
+
+TEST_F(DigestCheck, OutsideARequestOnlyWhenAllowed) {
+    Answer other;
+    other.uri = "/anything";
+    const std::string authorization = header("admin", "Admin12345", freshNonce(), other);
+    EXPECT_EQ(checkOutsideRequest(&out, authorization), korva::host::kDigestNoRequest);
+    korva::host::allowDigestChecksWithoutRequest(true);  // as the test harness does
+    EXPECT_EQ(checkOutsideRequest(&out, authorization), kDigestAuthenticated);
 }
 
 TEST_F(DigestCheck, RefusesReplayedNonceCounts) {
     const std::string nonce = freshNonce();
-    EXPECT_EQ(check(header("admin", "Admin12345", nonce, "00000001")), kDigestAuthenticated);
-    EXPECT_EQ(check(header("admin", "Admin12345", nonce, "00000001")), kDigestChallengeDue);
-    EXPECT_EQ(check(header("admin", "Admin12345", nonce, "00000003")), kDigestAuthenticated);
-    EXPECT_EQ(check(header("admin", "Admin12345", nonce, "00000002")), kDigestChallengeDue);
-    EXPECT_EQ(check(header("admin", "Admin12345", nonce, "0000000a")), kDigestAuthenticated);
+    auto withNc = [&](const char* nc) {
+        Answer answer;
+        answer.nc = nc;
+        return check(header("admin", "Admin12345", nonce, answer));
+    };
+    EXPECT_EQ(withNc("00000001"), kDigestAuthenticated);
+    EXPECT_EQ(withNc("00000001"), kDigestChallengeDue);
+    EXPECT_EQ(withNc("00000003"), kDigestAuthenticated);
+    EXPECT_EQ(withNc("00000002"), kDigestChallengeDue);
+    EXPECT_EQ(withNc("0000000a"), kDigestAuthenticated);
+}
+
+TEST_F(DigestCheck, OneUsersNonceFloodDoesNotStaleAnothersNonce) {
+    const std::string viewerNonce = freshNonce();
+    EXPECT_EQ(check(header("viewer", "pw", viewerNonce)), kDigestAuthenticated);
+    // More fresh nonces than any nonce-count table holds.
+    std::string firstAdminNonce;
+    for (int i = 0; i < 8300; ++i) {
+        korva::host::advanceClock(1);
+        const std::string nonce = freshNonce();
+        if (i == 0) firstAdminNonce = nonce;
+        ASSERT_EQ(check(header("admin", "Admin12345", nonce)), kDigestAuthenticated) << i;
+    }
+    Answer second;
+    second.nc = "00000002";
+    EXPECT_EQ(check(header("viewer", "pw", viewerNonce, second)), kDigestAuthenticated);
+    // The flooding user's own oldest nonce lost its count: a fresh one is asked for.
+    EXPECT_EQ(check(header("admin", "Admin12345", firstAdminNonce, second)), kDigestChallengeDue);
+    EXPECT_EQ(challengeShape(out.challenge), "MD5 TRUE");
 }
 
 TEST_F(DigestCheck, ExpiredNoncesAreStaleForeignNoncesAndRealmsRefused) {
     const std::string nonce = freshNonce();
     korva::host::advanceClock(300 * 1000);
-    EXPECT_EQ(check(header("admin", "Admin12345", nonce, "00000001")), kDigestAuthenticated);
+    EXPECT_EQ(check(header("admin", "Admin12345", nonce)), kDigestAuthenticated);
     korva::host::advanceClock(1);
-    EXPECT_EQ(check(header("admin", "Admin12345", nonce, "00000002")), kDigestChallengeDue);
+    Answer second;
+    second.nc = "00000002";
+    EXPECT_EQ(check(header("admin", "Admin12345", nonce, second)), kDigestChallengeDue);
     EXPECT_EQ(challengeShape(out.challenge), "MD5 TRUE") << out.challenge;
 
     std::string forged = freshNonce();
@@ -217,40 +420,79 @@ TEST_F(DigestCheck, ExpiredNoncesAreStaleForeignNoncesAndRealmsRefused) {
     EXPECT_EQ(check(header("admin", "Admin12345", freshNonce())), kDigestChallengeDue);
 }
 
-TEST_F(DigestCheck, LocksOutAfterRepeatedFailures) {
-    EXPECT_EQ(check(header("admin", "wrong", freshNonce())), kDigestRejected);
-    EXPECT_EQ(out.retryLoginTime, 2);
+TEST_F(DigestCheck, LocksOutAUserAtOneAddressOnly) {
+    EXPECT_EQ(fail("admin"), 2);
     EXPECT_EQ(out.unlockTime, 0);
     EXPECT_EQ(challengeShape(out.challenge), "MD5 FALSE");  // the client may retry
-    EXPECT_EQ(check(header("admin", "wrong", freshNonce())), kDigestRejected);
-    EXPECT_EQ(out.retryLoginTime, 1);
-    EXPECT_EQ(check(header("admin", "wrong", freshNonce())), kDigestRejected);
-    EXPECT_EQ(out.retryLoginTime, 0);
+    EXPECT_EQ(fail("admin"), 1);
+    EXPECT_EQ(fail("admin"), 0);
     EXPECT_EQ(out.unlockTime, 60);
-    // The right password is refused while locked; other users are not affected.
+    // The right password is refused at this address while locked ...
     korva::host::advanceClock(20 * 1000 + 1);
     EXPECT_EQ(check(header("admin", "Admin12345", freshNonce())), kDigestRejected);
     EXPECT_EQ(out.retryLoginTime, 0);
     EXPECT_EQ(out.unlockTime, 40);
+    // ... but not from another address, nor for another user.
+    Request elsewhere;
+    elsewhere.peer = "198.51.100.4";
+    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce()), elsewhere), kDigestAuthenticated);
     EXPECT_EQ(check(header("viewer", "pw", freshNonce())), kDigestAuthenticated);
+    // An X-Forwarded-For from a peer that is no trusted proxy changes nothing.
+    Request rotating;
+    rotating.forwarded = "203.0.113.9";
+    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce()), rotating), kDigestRejected);
     korva::host::advanceClock(40 * 1000);
     EXPECT_EQ(check(header("admin", "Admin12345", freshNonce())), kDigestAuthenticated);
-    // Success resets the count.
-    EXPECT_EQ(check(header("admin", "wrong", freshNonce())), kDigestRejected);
-    EXPECT_EQ(out.retryLoginTime, 2);
+    // Success resets the count; unknown users are counted like known ones.
+    EXPECT_EQ(fail("admin"), 2);
     EXPECT_EQ(check(header("admin", "Admin12345", freshNonce())), kDigestAuthenticated);
-    EXPECT_EQ(check(header("admin", "wrong", freshNonce())), kDigestRejected);
-    EXPECT_EQ(out.retryLoginTime, 2);
-    // Unknown users are counted like known ones.
-    EXPECT_EQ(check(header("nobody", "x", freshNonce())), kDigestRejected);
-    EXPECT_EQ(out.retryLoginTime, 2);
+    EXPECT_EQ(fail("admin"), 2);
+    EXPECT_EQ(fail("nobody"), 2);
     EXPECT_STREQ(out.devIndex, "");
+}
+
+TEST_F(DigestCheck, TrustedProxyForwardsTheClientAddress) {
+    configure(korva::host::DigestAlgorithm::kMd5, {"192.0.2.0/24"});
+    Request attacker;  // through the proxy kPeer
+    attacker.forwarded = "203.0.113.9";
+    for (int i = 0; i < 3; ++i) fail("admin", attacker);
+    EXPECT_EQ(out.unlockTime, 60);
+    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce()), attacker), kDigestRejected);
+    Request user = attacker;
+    user.forwarded = "203.0.113.10";
+    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce()), user), kDigestAuthenticated);
+    Request proxyItself;  // no header: the proxy's own address
+    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce()), proxyItself),
+              kDigestAuthenticated);
+}
+
+TEST_F(DigestCheck, KnownAndUnknownNamesAnswerAlikeAfterAFloodOfJunkNames) {
+    EXPECT_EQ(fail("admin"), 2);
+    EXPECT_EQ(fail("ghost"), 2);
+    for (int i = 0; i < 3; ++i) fail("viewer");  // locked
+    // More junk names than the lock table holds: unlocked pairs are forgotten, known or not.
+    const std::string nonce = freshNonce();
+    const size_t flood = korva::host::LoginLockTable::kDefaultCapacity + 100;
+    for (size_t i = 0; i < flood; ++i) {
+        ASSERT_EQ(check(header("junk" + std::to_string(i), "x", nonce)), kDigestRejected);
+    }
+    DigestCheckResult known{}, unknown{};
+    EXPECT_EQ(checkInto(&known, header("admin", "wrong", freshNonce())), kDigestRejected);
+    EXPECT_EQ(checkInto(&unknown, header("ghost", "wrong", freshNonce())), kDigestRejected);
+    EXPECT_EQ(known.retryLoginTime, unknown.retryLoginTime);
+    EXPECT_EQ(known.unlockTime, unknown.unlockTime);
+    EXPECT_EQ(challengeShape(known.challenge), challengeShape(unknown.challenge));
+    EXPECT_STREQ(known.devIndex, unknown.devIndex);
+    // The locked pair was not forgotten.
+    EXPECT_EQ(check(header("viewer", "pw", freshNonce())), kDigestRejected);
+    EXPECT_EQ(out.unlockTime, 60);
 }
 
 TEST_F(DigestCheck, MalformedHeadersAskForCredentials) {
     EXPECT_EQ(check("Digest username=\"admin\", realm=\"test realm\", nonce=\"x"),
               kDigestChallengeDue);
     EXPECT_EQ(out.retryLoginTime, 0);
+    korva::host::allowDigestChecksWithoutRequest(true);
     DigestCheckRequest in;
     std::memset(&in, 'a', sizeof in);  // no terminating NUL anywhere
     EXPECT_EQ(QX_KORVAMgrBus_CheckDigest(&out, "GET", &in), kDigestChallengeDue);
@@ -261,14 +503,19 @@ TEST_F(DigestCheck, ConcurrentChecks) {
     std::vector<std::thread> threads;
     std::atomic<int> ok{0};
     for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&ok] {
+        threads.emplace_back([&ok, t] {
             const std::string nonce = freshNonce();
+            Request request;
+            request.peer = "192.0.2." + std::to_string(t + 1);
             for (int i = 1; i <= 50; ++i) {
                 char nc[9];
                 std::snprintf(nc, sizeof nc, "%08x", i);
+                Answer answer;
+                answer.nc = nc;
                 DigestCheckResult result;
-                ok += checkInto(&result, header("admin", "Admin12345", nonce, nc)) ==
+                ok += checkInto(&result, header("admin", "Admin12345", nonce, answer), request) ==
                       kDigestAuthenticated;
+                checkInto(&result, header("viewer", "wrong", nonce, answer), request);
             }
         });
     }
