@@ -21,10 +21,13 @@ class Metrics {
     // One stream part written completely; heartbeats are counted apart from alarms.
     void countStreamPart(bool heartbeat);
     void countAlarmPublished() { m_alarmsPublished.fetch_add(1, std::memory_order_relaxed); }
+    // One alarm the alarm bus could not take (its queue was full); its source was told so.
+    void countAlarmRefused() { m_alarmsRefused.fetch_add(1, std::memory_order_relaxed); }
 
     std::int64_t openStreams() const { return m_openStreams.load(std::memory_order_relaxed); }
     std::uint64_t answers(int status) const;
     std::uint64_t alarmsDelivered() const { return m_alarmsDelivered.load(); }
+    std::uint64_t alarmsRefused() const { return m_alarmsRefused.load(); }
 
     // The exposition text; openConnections comes from the connection registry.
     std::string render(std::size_t openConnections) const;
@@ -42,6 +45,7 @@ class Metrics {
     std::atomic<std::uint64_t> m_alarmsDelivered{0};
     std::atomic<std::uint64_t> m_heartbeatsDelivered{0};
     std::atomic<std::uint64_t> m_alarmsPublished{0};
+    std::atomic<std::uint64_t> m_alarmsRefused{0};
 };
 
 }  // namespace korva::gateway
