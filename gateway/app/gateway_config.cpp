@@ -378,8 +378,10 @@ bool parseListenAddress(const std::string& text, ListenAddress* out, std::string
     return true;
 }
 
-GatewayConfig parseConfig(const std::string& text, const std::string& source,
-                          const std::string& baseDir) {
+namespace {
+
+GatewayConfig readConfig(const std::string& text, const std::string& source,
+                         const std::string& baseDir) {
     const Json::Value root = readDocument(text, source, "", {});
     GatewayConfig config;
     config.source = source;
@@ -402,6 +404,19 @@ GatewayConfig parseConfig(const std::string& text, const std::string& source,
     readDevices(reader, baseDir, &config);
     readUsers(reader, &config);
     return config;
+}
+
+}  // namespace
+
+GatewayConfig parseConfig(const std::string& text, const std::string& source,
+                          const std::string& baseDir) {
+    try {
+        return readConfig(text, source, baseDir);
+    } catch (const ConfigError&) {
+        throw;
+    } catch (const std::exception& error) {  // the boundary: every failure is a ConfigError
+        throw ConfigError(source + ": (document): cannot be read: " + error.what());
+    }
 }
 
 GatewayConfig loadConfigFile(const std::string& path) {

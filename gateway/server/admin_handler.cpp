@@ -88,7 +88,7 @@ void AdminHandler::onRequest(const std::shared_ptr<Connection>& connection, Http
         AdminAnswer answer = handle(request);
         answer.headers.emplace_back("Content-Type", answer.contentType);
         connection->answer(answer.status, answer.headers, answer.body);
-    } catch (const std::exception&) {
+    } catch (...) {
         connection->close();  // no memory left even for an answer: the client sees the close
     }
 }
