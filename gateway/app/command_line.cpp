@@ -72,6 +72,8 @@ void applyFlags(const CommandLine& flags, GatewayConfig* config) {
         !parseListenAddress(*flags.adminListen, &config->adminListen, &problem)) {
         throw ConfigError("--admin-listen: " + problem);
     }
+    checkCombination(*config,
+                     flags.adminListen ? "--admin-listen" : config->source + ": adminListen");
     if (flags.plugin) {
         if (flags.plugin->empty()) throw ConfigError("--plugin: must not be empty");
         config->pluginPath = absolute(*flags.plugin);

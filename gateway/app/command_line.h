@@ -29,7 +29,8 @@ class UsageError : public std::runtime_error {
 // Accepts "--flag value" and "--flag=value". Throws UsageError.
 CommandLine parseCommandLine(int argc, const char* const* argv);
 
-// Applies the flags to the configuration; throws ConfigError naming the flag.
+// Applies the flags to the configuration, then checks what depends on flags and file together
+// (checkCombination); throws ConfigError naming the flag or the file's member.
 void applyFlags(const CommandLine& flags, GatewayConfig* config);
 
 const char* usageText();

@@ -42,8 +42,11 @@ std::vector<std::unique_ptr<sim::AlarmSimulator>> attachDevices(const GatewayCon
                 simulators.push_back(std::make_unique<sim::AlarmSimulator>(
                     device.devIndex, device.profile->alarmIntervalMs,
                     [&metrics](const std::string& devIndex, const std::string& bytes) {
-                        korva::host::publishAlarm(devIndex, bytes);
-                        metrics.countAlarmPublished();
+                        if (korva::host::publishAlarm(devIndex, bytes)) {
+                            metrics.countAlarmPublished();
+                        } else {
+                            metrics.countAlarmRefused();
+                        }
                     }));
             }
         }
@@ -110,6 +113,14 @@ int runGateway(const GatewayConfig& config, const std::string& credentialsNote) 
         std::cerr << "korva-gateway: " << error << std::endl;
         korva::host::shutdown();
         return 1;
+    }
+    ListenAddress admin;
+    std::string problem;
+    if (!parseListenAddress(server.adminAddress(), &admin, &problem)) admin = config.adminListen;
+    server.adminHandler().setAccess(AdminAccess(admin.host, admin.port, config.adminToken));
+    if (!AdminAccess::isLoopback(admin.host)) {
+        std::cerr << "korva-gateway: warning: the admin API listens on " << server.adminAddress()
+                  << ", beyond loopback; every call needs the admin token" << std::endl;
     }
     sim::SimScheduler scheduler;
     auto simulators = attachDevices(config, scheduler, server.metrics());

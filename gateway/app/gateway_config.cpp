@@ -1,11 +1,16 @@
 #include "gateway/app/gateway_config.h"
 
-#include <boost/asio/ip/address.hpp>
-#include <fstream>
-#include <set>
-#include <sstream>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include "gateway/sim/json_util.h"
+#include <boost/asio/ip/address.hpp>
+#include <cerrno>
+#include <cstring>
+#include <set>
+
+#include "gateway/hostlib/json_text.h"
+#include "gateway/server/admin_access.h"
 
 namespace korva::gateway {
 
@@ -79,14 +84,102 @@ std::string directoryOf(const std::string& path) {
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-bool readFile(const std::string& path, std::string* out) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    std::ostringstream buffer;
-    buffer << in.rdbuf();
-    if (in.bad()) return false;
-    *out = buffer.str();
-    return true;
+const char* fileKind(mode_t mode) {
+    if (S_ISDIR(mode)) return "a directory";
+    if (S_ISFIFO(mode)) return "a FIFO";
+    if (S_ISCHR(mode) || S_ISBLK(mode)) return "a device";
+    if (S_ISSOCK(mode)) return "a socket";
+    return "of another kind";
+}
+
+// Reads a regular file of at most kMaxDocumentBytes. Opened without blocking and checked with
+// fstat before any read, so a FIFO or a device is refused at once. "" or the problem.
+std::string readFile(const std::string& path, std::string* out) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) return std::string("cannot open it: ") + std::strerror(errno);
+    struct Closer {
+        int fd;
+        ~Closer() { ::close(fd); }
+    } closer{fd};
+    struct stat status {};
+    if (::fstat(fd, &status) != 0) return std::string("cannot read it: ") + std::strerror(errno);
+    if (!S_ISREG(status.st_mode))
+        return std::string("is not a regular file (") + fileKind(status.st_mode) + ")";
+    const std::string tooLarge = "is larger than " + std::to_string(kMaxDocumentBytes) + " bytes";
+    if (static_cast<std::uintmax_t>(status.st_size) > kMaxDocumentBytes) return tooLarge;
+    out->clear();
+    char buffer[16384];
+    for (;;) {
+        const ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return std::string("cannot read it: ") + std::strerror(errno);
+        if (n == 0) return "";
+        if (out->size() + static_cast<std::size_t>(n) > kMaxDocumentBytes) return tooLarge;
+        out->append(buffer, static_cast<std::size_t>(n));
+    }
+}
+
+bool hasControlCharacter(const std::string& text) {
+    for (const unsigned char c : text) {
+        if (c < 0x20 || c == 0x7f) return true;
+    }
+    return false;
+}
+
+// The members whose values are passed on as they are (checked names, unchecked values).
+using PayloadMembers = std::initializer_list<const char*>;
+
+// Throws naming the first member name or string that holds a control character.
+void refuseControlCharacters(const Json::Value& value, const std::string& path,
+                             const std::string& source, const std::string& suffix,
+                             PayloadMembers payload) {
+    auto fail = [&](const std::string& where, const char* what) {
+        throw ConfigError(source + ": " + (where.empty() ? "(document)" : where) + ": " + what +
+                          " holds a control character (U+0000..U+001F or U+007F)" + suffix);
+    };
+    if (value.isString()) {
+        if (hasControlCharacter(value.asString())) fail(path, "the string");
+    } else if (value.isArray()) {
+        for (Json::ArrayIndex i = 0; i < value.size(); ++i) {
+            refuseControlCharacters(value[i], path + "[" + std::to_string(i) + "]", source, suffix,
+                                    {});
+        }
+    } else if (value.isObject()) {
+        bool isPayload = false;
+        for (const char* name : payload) isPayload = isPayload || path == name;
+        for (const auto& name : value.getMemberNames()) {
+            if (hasControlCharacter(name)) fail(path, "a member name");
+            if (isPayload) continue;
+            refuseControlCharacters(value[name], path.empty() ? name : path + "." + name, source,
+                                    suffix, payload);
+        }
+    }
+}
+
+// Parses one configuration or profile document within the limits; errors read
+// "SOURCE: MEMBER: problem" + suffix.
+Json::Value readDocument(const std::string& text, const std::string& source,
+                         const std::string& suffix, PayloadMembers payload) {
+    korva::host::JsonLimits limits;
+    limits.maxBytes = kMaxDocumentBytes;
+    limits.maxDepth = kMaxDocumentDepth;
+    limits.strictRoot = true;
+    limits.rejectDupKeys = true;
+    Json::Value root;
+    korva::host::JsonProblem problem;
+    if (!korva::host::parseJsonText(text, limits, &root, &problem)) {
+        if (!problem.member.empty() && !hasControlCharacter(problem.member)) {
+            const auto at = problem.problem.rfind(" (");
+            const std::string where = at == std::string::npos ? "" : problem.problem.substr(at);
+            throw ConfigError(source + ": " + problem.member + ": duplicate member" + where +
+                              suffix);
+        }
+        throw ConfigError(source + ": (document): not valid JSON: " + problem.problem + suffix);
+    }
+    if (!root.isObject())
+        throw ConfigError(source + ": (document): must be a JSON object" + suffix);
+    refuseControlCharacters(root, "", source, suffix, payload);
+    return root;
 }
 
 ListenAddress readListen(const Reader& reader, const char* name, const ListenAddress& fallback) {
@@ -195,18 +288,34 @@ bool validDevIndex(const std::string& devIndex) {
 
 sim::DeviceProfile readProfile(const Reader& device, const std::string& baseDir) {
     const std::string path = resolvePath(baseDir, device.text("profile", ""));
+    const std::string suffix = " (profile of " + device.field("profile") + ")";
     std::string text;
-    if (!readFile(path, &text)) device.fail("profile", "cannot read profile file " + path);
-    Json::Value root;
-    if (!sim::parseJson(text, &root)) {
-        device.fail("profile", "profile file " + path + " is not valid JSON");
+    if (const std::string problem = readFile(path, &text); !problem.empty()) {
+        if (problem.rfind("cannot", 0) == 0) {
+            device.fail("profile", "cannot read profile file " + path + ": " + problem);
+        }
+        throw ConfigError(path + ": (document): " + problem + suffix);
     }
+    const Json::Value root = readDocument(text, path, suffix, {"resources", "raw"});
     try {
         return sim::parseProfile(root);
     } catch (const sim::ProfileError& error) {
-        throw ConfigError(path + ": " + error.field() + ": " + error.what() + " (profile of " +
-                          device.field("profile") + ")");
+        throw ConfigError(path + ": " + error.field() + ": " + error.what() + suffix);
     }
+}
+
+std::string readAdminToken(const Reader& root) {
+    if (!root.has("admin")) return "";
+    const Reader reader = root.object("admin");
+    reader.allowOnly({"token"});
+    const std::string token = reader.text("token", "", true);
+    const bool wellFormed = token.find_first_not_of(
+                                "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                "0123456789-._~+/") == std::string::npos;
+    if (!token.empty() && (token.size() < 16 || token.size() > 256 || !wellFormed)) {
+        reader.fail("token", "must be empty or 16 to 256 characters of letters, digits and -._~+/");
+    }
+    return token;
 }
 
 void readDevices(const Reader& root, const std::string& baseDir, GatewayConfig* config) {
@@ -293,16 +402,16 @@ bool parseListenAddress(const std::string& text, ListenAddress* out, std::string
     return true;
 }
 
-GatewayConfig parseConfig(const std::string& text, const std::string& source,
-                          const std::string& baseDir) {
-    Json::Value root;
-    if (!sim::parseJson(text, &root)) throw ConfigError(source + ": (document): not valid JSON");
-    if (!root.isObject()) throw ConfigError(source + ": (document): must be a JSON object");
+namespace {
+
+GatewayConfig readConfig(const std::string& text, const std::string& source,
+                         const std::string& baseDir) {
+    const Json::Value root = readDocument(text, source, "", {});
     GatewayConfig config;
     config.source = source;
     const Reader reader(config.source, root, "");
     reader.allowOnly({"listen", "adminListen", "plugin", "realm", "activated", "logLevel", "auth",
-                      "network", "users", "devices", "limits"});
+                      "network", "users", "devices", "limits", "admin"});
     config.listen = readListen(reader, "listen", config.listen);
     config.adminListen = readListen(reader, "adminListen", config.adminListen);
     if (reader.has("plugin")) config.pluginPath = resolvePath(baseDir, reader.text("plugin", ""));
@@ -313,6 +422,7 @@ GatewayConfig parseConfig(const std::string& text, const std::string& source,
     config.activated = reader.flag("activated", config.activated);
     config.logLevel = reader.integer("logLevel", config.logLevel, 1, 5);
     config.auth = readAuth(reader);
+    config.adminToken = readAdminToken(reader);
     config.network = readNetwork(reader);
     readLimits(reader, &config);
     readDevices(reader, baseDir, &config);
@@ -320,10 +430,33 @@ GatewayConfig parseConfig(const std::string& text, const std::string& source,
     return config;
 }
 
+}  // namespace
+
+GatewayConfig parseConfig(const std::string& text, const std::string& source,
+                          const std::string& baseDir) {
+    try {
+        return readConfig(text, source, baseDir);
+    } catch (const ConfigError&) {
+        throw;
+    } catch (const std::exception& error) {  // the boundary: every failure is a ConfigError
+        throw ConfigError(source + ": (document): cannot be read: " + error.what());
+    }
+}
+
 GatewayConfig loadConfigFile(const std::string& path) {
     std::string text;
-    if (!readFile(path, &text)) throw ConfigError(path + ": cannot read the file");
+    if (const std::string problem = readFile(path, &text); !problem.empty()) {
+        throw ConfigError(path + ": (document): " + problem);
+    }
     return parseConfig(text, path, directoryOf(path));
+}
+
+void checkCombination(const GatewayConfig& config, const std::string& source) {
+    if (config.adminToken.empty() && !AdminAccess::isLoopback(config.adminListen.host)) {
+        throw ConfigError(source + ": " + config.adminListen.host +
+                          " is not a loopback address: set admin.token (every admin call then "
+                          "needs it)");
+    }
 }
 
 }  // namespace korva::gateway

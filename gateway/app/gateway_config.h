@@ -1,5 +1,11 @@
 // The gateway's configuration: parsed from a JSON file (or the embedded default), every member
 // checked, flags applied on top. Errors name the file, the member and the problem.
+//
+// Configuration and profile files must be regular files of at most kMaxDocumentBytes, JSON
+// nested at most kMaxDocumentDepth deep, without duplicate members, and without control
+// characters (U+0000..U+001F, U+007F) in any member name or string (a profile's `resources` and
+// `raw` answers excepted: they are device answers, passed on as they are). Reading never blocks:
+// a FIFO, a device or a directory is refused at once.
 #pragma once
 
 #include <optional>
@@ -29,6 +35,7 @@ struct GatewayConfig {
     bool activated = true;
     int logLevel = 3;
     korva::host::AuthSettings auth;
+    std::string adminToken;  // admin.token: "" for none; required off loopback
     std::optional<QXConfigMgr::NetworkPorts> network;
     std::vector<korva::host::Account> users;
     std::vector<DeviceConfig> devices;
@@ -42,12 +49,19 @@ class ConfigError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+constexpr std::size_t kMaxDocumentBytes = 1 << 20;
+constexpr int kMaxDocumentDepth = 64;
+
 // Parses configuration text. `source` names it in errors; relative paths (plug-in, profiles)
 // are taken relative to `baseDir`. Throws ConfigError.
 GatewayConfig parseConfig(const std::string& text, const std::string& source,
                           const std::string& baseDir);
 // Reads and parses a configuration file. Throws ConfigError.
 GatewayConfig loadConfigFile(const std::string& path);
+
+// Checks what depends on several members and flags together (the admin token off loopback);
+// `source` names where the admin address came from. Called by applyFlags. Throws ConfigError.
+void checkCombination(const GatewayConfig& config, const std::string& source);
 
 // Parses "HOST:PORT" ("[v6]:PORT" for IPv6; "localhost" is 127.0.0.1); false when malformed.
 bool parseListenAddress(const std::string& text, ListenAddress* out, std::string* problem);

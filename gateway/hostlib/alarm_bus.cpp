@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "gateway/hostlib/bus_internal.h"
+#include "gateway/hostlib/json_text.h"
 #include "gateway/hostlib/task_queue.h"
 #include "host/qx_log.h"
 
@@ -20,7 +21,7 @@ namespace korva::host {
 namespace {
 
 constexpr char kModule[] = "ALARMBUS";
-// Alarms waiting for delivery; beyond this new alarms are dropped.
+// Alarms waiting for delivery; beyond this new alarms are refused (publishAlarm says so).
 constexpr size_t kQueueCapacity = 1024;
 
 // Results of the QX_AlarmBus_* functions.
@@ -45,14 +46,11 @@ int answer(std::string* reply, int result) {
 }
 
 std::optional<Json::Value> parseObject(const std::string& text) {
-    Json::CharReaderBuilder builder;
-    builder["failIfExtra"] = true;
-    builder["rejectDupKeys"] = true;
+    JsonLimits limits;
+    limits.strictRoot = true;
+    limits.rejectDupKeys = true;
     Json::Value root;
-    std::string errors;
-    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    if (!reader->parse(text.data(), text.data() + text.size(), &root, &errors)) return std::nullopt;
-    if (!root.isObject()) return std::nullopt;
+    if (!parseJsonText(text, limits, &root) || !root.isObject()) return std::nullopt;
     return root;
 }
 
@@ -177,7 +175,7 @@ class AlarmBus {
         if (!fromDelivery) m_routineDone.wait(lock, [&] { return m_running == 0; });
     }
 
-    void publish(const std::string& devIndex, const std::string& bytes) {
+    bool publish(const std::string& devIndex, const std::string& bytes) {
         int lastId;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
@@ -185,9 +183,11 @@ class AlarmBus {
         }
         if (!m_delivery.post(
                 [this, devIndex, bytes, lastId] { deliver(devIndex, bytes, lastId); })) {
-            QX_Log_Print(4, kModule, "alarm of device %s dropped: %zu alarms waiting",
+            QX_Log_Print(4, kModule, "alarm of device %s refused: %zu alarms waiting",
                          devIndex.c_str(), kQueueCapacity);
+            return false;
         }
+        return true;
     }
 
     std::vector<SubscriptionState> list() {
@@ -243,8 +243,8 @@ class AlarmBus {
 
 }  // namespace
 
-void publishAlarm(const std::string& devIndex, const std::string& bytes) {
-    AlarmBus::instance().publish(devIndex, bytes);
+bool publishAlarm(const std::string& devIndex, const std::string& bytes) {
+    return AlarmBus::instance().publish(devIndex, bytes);
 }
 void resetAlarmBus() {
     AlarmBus::instance().reset();

@@ -7,6 +7,7 @@ list(APPEND KORVA_HOST_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/host_log.cpp
   ${CMAKE_CURRENT_LIST_DIR}/host_util.cpp
   ${CMAKE_CURRENT_LIST_DIR}/host_config.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/json_text.cpp
   ${CMAKE_CURRENT_LIST_DIR}/xml_base.cpp
   ${CMAKE_CURRENT_LIST_DIR}/restful_protocol.cpp
   ${CMAKE_CURRENT_LIST_DIR}/http_exchange.cpp

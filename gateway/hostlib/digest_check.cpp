@@ -247,6 +247,13 @@ int rightAnswer(DigestCheckResult* out, const AuthState& state, const std::strin
     return kDigestAuthenticated;
 }
 
+// The method the client hashed: a HEAD request is handed to the plug-in as GET (it is a GET
+// without body), but its client computed the digest over "HEAD".
+std::string digestMethod(const std::string& methodName, const korva::host::RequestContext* request) {
+    if (request != nullptr && request->method == "HEAD" && methodName == "GET") return "HEAD";
+    return methodName;
+}
+
 }  // namespace
 
 int QX_KORVAMgrBus_CheckDigest(DigestCheckResult* out, const std::string& methodName,
@@ -289,7 +296,7 @@ int QX_KORVAMgrBus_CheckDigest(DigestCheckResult* out, const std::string& method
     const digest::Algorithm algorithm = credentials.algorithm;
     const std::string expected = digest::response(
         algorithm, digest::ha1(algorithm, user, realm, password), credentials.nonce, credentials.nc,
-        credentials.cnonce, credentials.qop, digest::ha2(algorithm, methodName, credentials.uri));
+        credentials.cnonce, credentials.qop, digest::ha2(algorithm, digestMethod(methodName, request), credentials.uri));
     if (!digest::constantTimeEquals(expected, credentials.response) || !known) {
         return failedAttempt(out, *state, realm, user, address);
     }

@@ -98,8 +98,9 @@ std::vector<DeviceState> listDevices();
 // ---- Alarm bus -------------------------------------------------------------------------------
 
 // Queues one alarm document for delivery. devIndex empty: to every subscription; otherwise to
-// the subscriptions that include the device.
-void publishAlarm(const std::string& devIndex, const std::string& bytes);
+// the subscriptions that include the device. False when the bus cannot take it (1024 alarms
+// already wait for delivery): the alarm is refused, and the caller tells its source.
+bool publishAlarm(const std::string& devIndex, const std::string& bytes);
 // Forgets every subscription (QX_AlarmBus_CheckIDValid then reports 0).
 void resetAlarmBus();
 

@@ -3,9 +3,11 @@
 #include <json/json.h>
 
 #include <array>
+#include <exception>
 
 #include "gateway/hostlib/hex_digit.h"
 #include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/json_text.h"
 #include "gateway/server/connection_registry.h"
 #include "gateway/server/metrics.h"
 
@@ -27,29 +29,35 @@ AdminAnswer jsonAnswer(int status, const Json::Value& value) {
     return {status, "application/json", compact(value)};
 }
 
-AdminAnswer errorAnswer(int status, const std::string& text) {
-    return {status, "application/json", jsonError(status, text)};
+AdminAnswer errorAnswer(int status, const std::string& text, HeaderList headers = {}) {
+    return {status, "application/json", jsonError(status, text), std::move(headers)};
 }
 
-// 405 naming the methods the resource takes (HEAD arrives here as GET).
-AdminAnswer methodNotAllowed(const char* allow) {
-    AdminAnswer answer = errorAnswer(405, std::string("use ") + allow);
-    answer.allow = allow;
-    return answer;
+AdminAnswer wrongMethod(const char* allowed) {
+    return errorAnswer(405, std::string("use ") + allowed, {{"Allow", allowed}});
 }
 
-// The device an alarm document names, "" when it names none or is not JSON.
+// The device an alarm document names, "" when it names none or is not JSON within the limits
+// (too deep, too large, not JSON at all): such an alarm goes to every subscription.
 std::string alarmDevice(const std::string& body) {
-    Json::CharReaderBuilder builder;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value root;
-    std::string errors;
-    if (!reader->parse(body.data(), body.data() + body.size(), &root, &errors)) return "";
+    if (!korva::host::parseJsonText(body, korva::host::JsonLimits{}, &root)) return "";
     if (!root.isObject()) return "";
     const Json::Value& alert = root["EventNotificationAlert"];
     if (!alert.isObject()) return "";
     const Json::Value& devIndex = alert["devIndex"];
     return devIndex.isString() ? devIndex.asString() : "";
+}
+
+// A body of a POST that takes none: empty or a JSON object (ignored). The problem, or "".
+std::string unexpectedBody(const std::string& body) {
+    if (body.empty()) return "";
+    Json::Value root;
+    korva::host::JsonProblem problem;
+    if (!korva::host::parseJsonText(body, korva::host::JsonLimits{}, &root, &problem)) {
+        return "body is not JSON: " + problem.problem;
+    }
+    return root.isObject() ? "" : "body must be empty or a JSON object";
 }
 
 int hexValue(char c) {
@@ -76,31 +84,56 @@ bool percentDecode(const std::string& text, std::string* out) {
 }
 
 void AdminHandler::onRequest(const std::shared_ptr<Connection>& connection, HttpRequest&& request) {
-    const AdminAnswer answer = handle(request);
-    HeaderList headers = {{"Content-Type", answer.contentType}};
-    if (!answer.allow.empty()) headers.emplace_back("Allow", answer.allow);
-    connection->answer(answer.status, headers, answer.body);
+    try {
+        AdminAnswer answer = handle(request);
+        answer.headers.emplace_back("Content-Type", answer.contentType);
+        connection->answer(answer.status, answer.headers, answer.body);
+    } catch (...) {
+        connection->close();  // no memory left even for an answer: the client sees the close
+    }
 }
 
 AdminAnswer AdminHandler::handle(const HttpRequest& request) {
+    try {
+        if (auto refusal = m_access.check(request)) {
+            HeaderList headers;
+            if (refusal->challenge) {
+                headers.emplace_back("WWW-Authenticate", "Bearer realm=\"korva-admin\"");
+            }
+            return errorAnswer(refusal->status, refusal->text, std::move(headers));
+        }
+        return route(request);
+    } catch (const std::exception& error) {
+        return errorAnswer(500, std::string("internal error: ") + error.what());
+    } catch (...) {
+        return errorAnswer(500, "internal error");
+    }
+}
+
+AdminAnswer AdminHandler::route(const HttpRequest& request) {
     std::string path(request.target());
     if (const auto query = path.find('?'); query != std::string::npos) path.resize(query);
     const auto verb = request.method();
+    const bool get = verb == http::verb::get || verb == http::verb::head;
+    const bool post = verb == http::verb::post;
+    const std::string bodyProblem =
+        post && path != "/admin/alarms" ? unexpectedBody(request.body()) : std::string();
 
     if (path == "/metrics") {
-        if (verb != http::verb::get) return methodNotAllowed("GET, HEAD");
+        if (!get) return wrongMethod("GET, HEAD");
         return {200, "text/plain; version=0.0.4", m_metrics.render(m_korvaConnections.size())};
     }
     if (path == "/admin/state") {
-        if (verb != http::verb::get) return methodNotAllowed("GET, HEAD");
+        if (!get) return wrongMethod("GET, HEAD");
         return state();
     }
     if (path == "/admin/alarms") {
-        if (verb != http::verb::post) return methodNotAllowed("POST");
+        if (!post) return wrongMethod("POST");
         return postAlarm(request.body());
     }
     if (path == "/admin/alarm-bus/reset") {
-        if (verb != http::verb::post) return methodNotAllowed("POST");
+        if (!post) return wrongMethod("POST");
+        if (!bodyProblem.empty()) return errorAnswer(400, bodyProblem);
         korva::host::resetAlarmBus();
         return jsonAnswer(200, Json::Value(Json::objectValue));
     }
@@ -114,7 +147,8 @@ AdminAnswer AdminHandler::handle(const HttpRequest& request) {
                 return errorAnswer(400, "malformed device index");
             }
             if (action == "attach" || action == "detach") {
-                if (verb != http::verb::post) return methodNotAllowed("POST");
+                if (!post) return wrongMethod("POST");
+                if (!bodyProblem.empty()) return errorAnswer(400, bodyProblem);
                 return changeDevice(devIndex, action == "attach");
             }
         }
@@ -124,7 +158,11 @@ AdminAnswer AdminHandler::handle(const HttpRequest& request) {
 
 AdminAnswer AdminHandler::postAlarm(const std::string& body) {
     const std::string devIndex = alarmDevice(body);
-    korva::host::publishAlarm(devIndex, body);
+    if (!korva::host::publishAlarm(devIndex, body)) {
+        m_metrics.countAlarmRefused();
+        return errorAnswer(503, "the alarm bus is full; the alarm was not taken",
+                           {{"Retry-After", "1"}});
+    }
     m_metrics.countAlarmPublished();
     Json::Value answer(Json::objectValue);
     answer["accepted"] = true;

@@ -1,20 +1,26 @@
 // The admin listener's request handler: alarm injection, device attach/detach, alarm-bus reset,
 // the gateway state and the Prometheus metrics. Answers synchronously with JSON (metrics with
-// the Prometheus text format).
+// the Prometheus text format); every request first passes the AdminAccess checks.
 //
 //   POST /admin/alarms                      body to the alarm bus as an alarm of the device named
-//                                           in EventNotificationAlert.devIndex (else to every
-//                                           subscription); 202
+//                                           in EventNotificationAlert.devIndex (else, and when
+//                                           the body is not JSON within the limits, to every
+//                                           subscription); 202, 503 when the bus is full
 //   POST /admin/devices/{devIndex}/detach   the device goes away (event 1); 200, 404 unknown
 //   POST /admin/devices/{devIndex}/attach   the device comes back (event 0); 200, 404 unknown
 //   POST /admin/alarm-bus/reset             the bus forgets every subscription; 200
 //   GET  /admin/state                       devices, subscriptions, open connections
 //   GET  /metrics                           Prometheus text
+// HEAD is routed like GET (the connection sends no body). The POST paths other than
+// /admin/alarms take an empty body or a JSON object (ignored); anything else is 400. No
+// exception leaves the handler: an unexpected one is answered 500 with a JSON error.
 #pragma once
 
 #include <string>
 
+#include "gateway/server/admin_access.h"
 #include "gateway/server/connection.h"
+#include "gateway/server/http_wire.h"
 
 namespace korva::gateway {
 
@@ -22,16 +28,10 @@ class ConnectionRegistry;
 class Metrics;
 
 struct AdminAnswer {
-    AdminAnswer(int answerStatus = 200, std::string type = "application/json",
-                std::string text = "", std::string methods = "")
-        : status(answerStatus),
-          contentType(std::move(type)),
-          body(std::move(text)),
-          allow(std::move(methods)) {}
-    int status;
-    std::string contentType;
+    int status = 200;
+    std::string contentType = "application/json";
     std::string body;
-    std::string allow;  // the Allow header of a 405
+    HeaderList headers = {};  // besides Content-Type (Allow, WWW-Authenticate)
 };
 
 class AdminHandler : public RequestHandler {
@@ -40,18 +40,23 @@ class AdminHandler : public RequestHandler {
     AdminHandler(ConnectionRegistry& korvaConnections, Metrics& metrics)
         : m_korvaConnections(korvaConnections), m_metrics(metrics) {}
 
+    // Who may call; set before the listener starts (the default refuses foreign Hosts of port 0).
+    void setAccess(AdminAccess access) { m_access = std::move(access); }
+
     void onRequest(const std::shared_ptr<Connection>& connection, HttpRequest&& request) override;
 
-    // The answer to one request (also used directly by tests).
+    // The answer to one request (also used directly by tests). Never throws.
     AdminAnswer handle(const HttpRequest& request);
 
   private:
+    AdminAnswer route(const HttpRequest& request);
     AdminAnswer postAlarm(const std::string& body);
     AdminAnswer changeDevice(const std::string& devIndex, bool attach);
     AdminAnswer state();
 
     ConnectionRegistry& m_korvaConnections;
     Metrics& m_metrics;
+    AdminAccess m_access;
 };
 
 // Decodes %XX escapes of a path segment; false on a malformed escape.

@@ -99,6 +99,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // Closes the socket and fails queued writes.
     void close();
 
+    // On the strand: the current request arrived as HEAD (it is handed over as GET).
+    bool headRequest() const { return m_headRequest; }
     bool closed() const { return m_closedFlag.load(std::memory_order_acquire); }
     Phase phase() const { return m_phase.load(std::memory_order_acquire); }
     std::uint64_t id() const { return m_id; }

@@ -55,6 +55,7 @@ class GatewayServer {
     void closeConnections();
 
     Metrics& metrics() { return m_metrics; }
+    AdminHandler& adminHandler() { return m_adminHandler; }
     ConnectionRegistry& korvaConnections() { return m_korvaConnections; }
 
   private:

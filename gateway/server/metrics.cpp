@@ -74,6 +74,9 @@ std::string Metrics::render(std::size_t openConnections) const {
     out << "# HELP korva_alarms_published_total Alarms put on the alarm bus by the gateway.\n"
            "# TYPE korva_alarms_published_total counter\n"
         << "korva_alarms_published_total " << m_alarmsPublished.load(kRelaxed) << "\n";
+    out << "# HELP korva_alarms_refused_total Alarms refused because the alarm bus was full.\n"
+           "# TYPE korva_alarms_refused_total counter\n"
+        << "korva_alarms_refused_total " << m_alarmsRefused.load(kRelaxed) << "\n";
     return out.str();
 }
 

@@ -27,10 +27,13 @@ class Metrics {
             .fetch_add(1, std::memory_order_relaxed);
     }
     void countAlarmPublished() { m_alarmsPublished.fetch_add(1, std::memory_order_relaxed); }
+    // One alarm the alarm bus could not take (its queue was full); its source was told so.
+    void countAlarmRefused() { m_alarmsRefused.fetch_add(1, std::memory_order_relaxed); }
 
     std::int64_t openStreams() const { return m_openStreams.load(std::memory_order_relaxed); }
     std::uint64_t answers(int status) const;
     std::uint64_t alarmsDelivered() const { return m_alarmsDelivered.load(); }
+    std::uint64_t alarmsRefused() const { return m_alarmsRefused.load(); }
 
     // The exposition text; openConnections comes from the connection registry.
     std::string render(std::size_t openConnections) const;
@@ -50,6 +53,7 @@ class Metrics {
     std::atomic<std::uint64_t> m_alarmsPublished{0};
     std::atomic<std::uint64_t> m_refusedPerClient{0};
     std::atomic<std::uint64_t> m_refusedListenerFull{0};
+    std::atomic<std::uint64_t> m_alarmsRefused{0};
 };
 
 }  // namespace korva::gateway

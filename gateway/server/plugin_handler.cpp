@@ -47,7 +47,9 @@ void PluginHandler::onRequest(const std::shared_ptr<Connection>& connection,
                               HttpRequest&& request) {
     korva::host::RequestContext context{addressOf(connection->peer()),
                                         std::string(request.target()),
-                                        std::string(request.method_string())};
+                                        connection->headRequest()
+                                            ? std::string("HEAD")
+                                            : std::string(request.method_string())};
     auto backend = std::make_shared<ConnectionExchange>(connection, std::move(request));
     const int handle = QXHttpService::ExchangeRegistry::instance().add(backend);
     connection->setRequestCleanup([backend, handle] {

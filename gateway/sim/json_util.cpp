@@ -1,15 +1,11 @@
 #include "gateway/sim/json_util.h"
 
-#include <memory>
+#include "gateway/hostlib/json_text.h"
 
 namespace korva::sim {
 
 bool parseJson(const std::string& text, Json::Value* out) {
-    Json::CharReaderBuilder builder;
-    builder["collectComments"] = false;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    std::string errors;
-    return reader->parse(text.data(), text.data() + text.size(), out, &errors);
+    return korva::host::parseJsonText(text, korva::host::JsonLimits{}, out);
 }
 
 std::string writeJson(const Json::Value& value) {

@@ -8,7 +8,8 @@
 
 namespace korva::sim {
 
-// Parses text; false when it is not one JSON value.
+// Parses text within the gateway's default JSON limits (korva::host::parseJsonText); false when
+// it is not one JSON value. Never throws.
 bool parseJson(const std::string& text, Json::Value* out);
 // Compact one-line text.
 std::string writeJson(const Json::Value& value);

@@ -235,8 +235,9 @@ def read_answer(sock):
 
 
 def raw_request(method, path, headers=None, body=b""):
-    lines = ["%s %s HTTP/1.1" % (method, path), "Host: 127.0.0.1"]
-    lines += ["%s: %s" % item for item in (headers or {}).items()]
+    headers = dict(headers or {})
+    lines = ["%s %s HTTP/1.1" % (method, path), "Host: %s" % headers.pop("Host", "127.0.0.1")]
+    lines += ["%s: %s" % item for item in headers.items()]
     if body:
         lines.append("Content-Length: %d" % len(body))
     return ("\r\n".join(lines) + "\r\n\r\n").encode() + body

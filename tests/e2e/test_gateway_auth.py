@@ -36,6 +36,10 @@ class Md5DigestTest(GatewayTestCase):
             for _ in range(3):
                 response = session.get(self.gateway.url(DEVICE_INFO), timeout=30)
                 self.assertEqual(response.status_code, 200, response.text)
+            # HEAD authenticates with a digest over "HEAD" and announces the GET's length.
+            head = session.head(self.gateway.url(DEVICE_INFO), timeout=30)
+            self.assertEqual((head.status_code, head.content), (200, b""))
+            self.assertEqual(int(head.headers["Content-Length"]), len(response.content))
         self.assertEqual(fields(response.text)["deviceName"], "Camera cam-1")
         self.assertEqual(self.gateway.get(DEVICE_INFO, "nobody", "x").status_code, 401)
 

@@ -1,7 +1,9 @@
 """korva-gateway refuses bad configurations, flags, plug-ins and addresses before it listens,
 and its embedded default prints working credentials."""
 
+import os
 import socket
+import tempfile
 import unittest
 
 from gateway_fixture import DEVICE_INFO, Gateway, make_config, sanitizer_report
@@ -26,7 +28,17 @@ class StartupTest(unittest.TestCase):
         busy.bind(("127.0.0.1", 0))
         busy.listen()
         busy_address = "127.0.0.1:%d" % busy.getsockname()[1]
+        folder = tempfile.TemporaryDirectory(prefix="korva-e2e-")
+        self.addCleanup(folder.cleanup)
+        fifo = os.path.join(folder.name, "fifo.json")
+        os.mkfifo(fifo)
         cases = [
+            # Refused at once, without reading: the gateway must not block on these.
+            (Gateway(use_config=False, args=["--config", fifo]), 2,
+             [fifo + ": (document): is not a regular file (a FIFO)"]),
+            (Gateway(use_config=False, args=["--config", "/dev/zero"]), 2,
+             ["/dev/zero: (document): is not a regular file (a device)"]),
+            (Gateway('{"realm": "a\\u0000b"}'), 2, ["configuration error", "realm: the string"]),
             (Gateway("{ listen"), 2, ["configuration error", "not valid JSON"]),
             (Gateway(make_config(users=[{"name": "a", "password": "p", "device": "cam-9"}])),
              2, ["configuration error", "users[0].device", "unknown device"]),
@@ -34,6 +46,8 @@ class StartupTest(unittest.TestCase):
              ["configuration error", "p.json", "latencyMs", "0..600000"]),
             (Gateway(args=["--log-level", "9"]), 2, ["--log-level"]),
             (Gateway(args=["--bogus"]), 2, ["unknown argument"]),
+            (Gateway(args=["--admin-listen", "0.0.0.0:0"]), 2,
+             ["--admin-listen: 0.0.0.0 is not a loopback address: set admin.token"]),
             (Gateway(args=["--plugin", "/nonexistent/lib.so"]), 1,
              ["cannot load the protocol plug-in /nonexistent/lib.so"]),
             (Gateway(args=["--admin-listen", busy_address]), 1,

@@ -120,12 +120,13 @@ class HttpFramingTest(GatewayTestCase):
                  "GET /admin/state")]:
             with self.subTest(head=head), socket.create_connection(("127.0.0.1", port),
                                                                    timeout=10) as sock:
-                sock.sendall(("%s HTTP/1.1\r\nHost: a\r\n\r\n" % head).encode())
+                host = "Host: 127.0.0.1:%d" % port
+                sock.sendall(("%s HTTP/1.1\r\n%s\r\n\r\n" % (head, host)).encode())
                 status, headers, rest = read_head(sock)
                 self.assertIn(status, (200, 401))
                 self.assertGreater(int(headers["content-length"]), 0)
                 self.assertEqual(headers["connection"], "keep-alive")
-                sock.sendall(("%s HTTP/1.1\r\nHost: a\r\n\r\n" % then).encode())
+                sock.sendall(("%s HTTP/1.1\r\n%s\r\n\r\n" % (then, host)).encode())
                 data = rest
                 while b"\r\n\r\n" not in data:
                     data += sock.recv(65536)
@@ -145,7 +146,8 @@ class HttpFramingTest(GatewayTestCase):
                                     ("POST", "/admin/state", b"GET, HEAD"),
                                     ("GET", "/admin/alarm-bus/reset", b"POST")]:
             with self.subTest(path=path):
-                data = exchange(port, raw_request(method, path, {"Connection": "close"}))
+                data = exchange(port, raw_request(method, path, {"Host": "127.0.0.1:%d" % port,
+                                                                 "Connection": "close"}))
                 self.assertEqual(statuses(data), [405])
                 self.assertIn(b"\r\nAllow: " + allow + b"\r\n", data)
 

@@ -1,5 +1,11 @@
 // The configuration file, the embedded default and the command line.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <tuple>
 
 #include "gateway/app/command_line.h"
 #include "gateway/app/gateway_config.h"
@@ -45,9 +51,29 @@ TEST(GatewayConfig, NullNetworkMeansNone) {
     EXPECT_TRUE(parseConfig("{}", "f", "").network.has_value());
 }
 
+std::string nested(int depth) {
+    return R"({"x": )" + std::string(static_cast<std::size_t>(depth - 1), '[') + "1" +
+           std::string(static_cast<std::size_t>(depth - 1), ']') + "}";
+}
+
 TEST(GatewayConfig, ErrorsNameFileFieldAndProblem) {
-    const std::pair<const char*, const char*> cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
         {"[", "f.json: (document): not valid JSON"},
+        {"{} {}", "f.json: (document): not valid JSON"},
+        {nested(65), "f.json: (document): not valid JSON: nested deeper than 64 levels"},
+        {nested(64), "f.json: x: unknown member"},  // 64 levels pass the depth limit
+        {std::string(2000, '['), "f.json: (document): not valid JSON: nested deeper than 64"},
+        {R"({"realm": ")" + std::string(kMaxDocumentBytes, 'a') + "\"}",
+         "f.json: (document): not valid JSON: larger than 1048576 bytes"},
+        {R"({"realm": "a", "realm": "b"})", "f.json: realm: duplicate member (line 1, column 16)"},
+        {R"({"auth": {"lockSeconds": 5, "lockSeconds": 6}})", "f.json: lockSeconds: duplicate"},
+        {R"({"realm": "a\u0000b"})", "f.json: realm: the string holds a control character"},
+        {R"({"devices": [{"devIndex": "a"}], "users": [{"name": "u", "password": "p\u007f",
+             "device": "a"}]})",
+         "f.json: users[0].password: the string holds a control"},
+        {"{\"auth\": {\"x\ty\": 1}}", "f.json: auth: a member name holds a control character"},
+        {R"({"admin": {"token": "short"}})", "f.json: admin.token: must be empty or 16 to 256"},
+        {R"({"admin": {"token": "0123456789abcdef 0"}})", "f.json: admin.token: must be empty"},
         {R"({"listen": "8080"})", "f.json: listen: must be HOST:PORT"},
         {R"({"listen": "host:80"})", "f.json: listen: \"host\" is not an IP address"},
         {R"({"listen": "127.0.0.1:65536"})", "f.json: listen: port \"65536\""},
@@ -83,9 +109,65 @@ TEST(GatewayConfig, ErrorsNameFileFieldAndProblem) {
             ADD_FAILURE() << "accepted " << text;
         } catch (const ConfigError& error) {
             EXPECT_EQ(std::string(error.what()).rfind(expected, 0), 0u)
-                << text << "\n  gave: " << error.what();
+                << text.substr(0, 200) << "\n  gave: " << error.what();
         }
     }
+}
+
+// A directory with files, removed at the end.
+class TempDir {
+  public:
+    TempDir() {
+        char name[] = "/tmp/korva-config-XXXXXX";
+        m_path = mkdtemp(name);
+    }
+    ~TempDir() { std::system(("rm -rf " + m_path).c_str()); }
+    std::string write(const std::string& name, const std::string& text) const {
+        std::ofstream(m_path + "/" + name, std::ios::binary) << text;
+        return m_path + "/" + name;
+    }
+    const std::string& path() const { return m_path; }
+
+  private:
+    std::string m_path;
+};
+
+// Files are read without blocking and within the size cap; profiles follow the same rules and
+// errors name the profile file.
+TEST(GatewayConfig, RefusesFilesThatAreNotSmallRegularJsonDocuments) {
+    const TempDir dir;
+    ASSERT_EQ(mkfifo((dir.path() + "/fifo").c_str(), 0600), 0);
+    const std::string big = dir.write("big.json", "");
+    ASSERT_EQ(truncate(big.c_str(), kMaxDocumentBytes + 1), 0);
+    auto device = [&](const std::string& profile) {
+        return dir.write("c-" + profile,
+                         R"({"devices": [{"devIndex": "d", "profile": ")" + profile + R"("}]})");
+    };
+    dir.write("dup.json", R"({"latencyMs": 1, "latencyMs": 2})");
+    dir.write("ctl.json", R"({"silent": ["GET /a\u001b"]})");
+    const std::pair<std::string, std::string> cases[] = {
+        {dir.path() + "/fifo", dir.path() + "/fifo: (document): is not a regular file (a FIFO)"},
+        {"/dev/zero", "/dev/zero: (document): is not a regular file (a device)"},
+        {dir.path(), dir.path() + ": (document): is not a regular file (a directory)"},
+        {big, big + ": (document): is larger than 1048576 bytes"},
+        {dir.path() + "/none.json", dir.path() + "/none.json: (document): cannot open it"},
+        {device("fifo"), dir.path() + "/fifo: (document): is not a regular file (a FIFO) (profile "
+                                      "of devices[0].profile)"},
+        {device("dup.json"), dir.path() + "/dup.json: latencyMs: duplicate member"},
+        {device("ctl.json"), dir.path() + "/ctl.json: silent[0]: the string holds a control"},
+    };
+    for (const auto& [path, expected] : cases) {
+        try {
+            loadConfigFile(path);
+            ADD_FAILURE() << "accepted " << path;
+        } catch (const ConfigError& error) {
+            EXPECT_EQ(std::string(error.what()).rfind(expected, 0), 0u) << error.what();
+        }
+    }
+    // Device answers in a profile are passed on as they are, control characters included.
+    dir.write("answers.json", R"({"raw": {"GET /a": "x\u0000"}, "resources": {"GET /b": "\n"}})");
+    EXPECT_EQ(loadConfigFile(device("answers.json")).devices[0].profile->raw.at("GET /a"),
+              std::string("x\0", 2));
 }
 
 // The startup test shows the default's user and camera working; it overrides the addresses.
@@ -122,6 +204,36 @@ TEST(CommandLine, RefusesUnknownAndIncompleteFlags) {
         line.logLevel = level;
         GatewayConfig config;
         EXPECT_THROW(applyFlags(line, &config), ConfigError) << level;
+    }
+}
+
+TEST(CommandLine, AdminAddressBeyondLoopbackNeedsTheToken) {
+    const char* token = R"(, "admin": {"token": "0123456789abcdef"})";
+    for (const auto& [file, flag, tokenSet, expected] :
+         std::initializer_list<std::tuple<const char*, const char*, bool, const char*>>{
+             {"127.0.0.1:1", nullptr, false, nullptr},
+             {"[::1]:1", nullptr, false, nullptr},
+             {"0.0.0.0:1", nullptr, false, "f.json: adminListen: 0.0.0.0 is not a loopback"},
+             {"127.0.0.1:1", "0.0.0.0:0", false, "--admin-listen: 0.0.0.0 is not a loopback"},
+             {"127.0.0.1:1", "[::]:0", false, "--admin-listen: :: is not a loopback"},
+             {"0.0.0.0:1", "127.0.0.1:0", false, nullptr},
+             {"0.0.0.0:1", "192.0.2.1:0", true, nullptr},
+         }) {
+        GatewayConfig config = parseConfig(
+            std::string(R"({"adminListen": ")") + file + "\"" + (tokenSet ? token : "") + "}",
+            "f.json", "");
+        CommandLine line;
+        if (flag) line.adminListen = flag;
+        if (expected == nullptr) {
+            EXPECT_NO_THROW(applyFlags(line, &config)) << file << " " << (flag ? flag : "");
+            continue;
+        }
+        try {
+            applyFlags(line, &config);
+            ADD_FAILURE() << "accepted " << file << " " << (flag ? flag : "");
+        } catch (const ConfigError& error) {
+            EXPECT_EQ(std::string(error.what()).rfind(expected, 0), 0u) << error.what();
+        }
     }
 }
 
