@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -20,6 +21,7 @@ class ConnectionRegistry {
         std::uint64_t id = 0;
         std::string peer;
         std::string phase;
+        std::size_t queuedStreamBytes = 0;  // stream bytes accepted and not yet written
     };
 
     std::uint64_t nextId() { return m_nextId.fetch_add(1) + 1; }

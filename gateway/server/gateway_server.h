@@ -1,9 +1,10 @@
 // The gateway's HTTP side: one I/O thread pool, the KORVA listener (requests go to the
 // protocol plug-in) and the admin listener.
 //
-// Lifetime: bind() both listeners, start() the I/O threads and accepting, then stop() once:
-// accepting ends, the plug-in is no longer entered, and the caller uninitialises the plug-in and
-// the host before closeConnections() closes every connection and joins the threads.
+// Lifetime: bind() both listeners, start() the I/O threads and accepting, then stopAccepting()
+// once: accepting ends, connections drain (no new request, no stream part queued) and the plug-in
+// is no longer entered; closeConnections() then closes every connection and joins the threads,
+// and only after it the caller uninitialises the plug-in and the host.
 #pragma once
 
 #include <boost/asio/executor_work_guard.hpp>

@@ -22,7 +22,7 @@ struct CallResult {
 CallResult callPlugin(const PluginApi& api, const std::shared_ptr<ConnectionExchange>& backend) {
     CallResult result;
     ExchangeHolder holder;
-    holder.exchange = std::make_shared<QXHttpService::CHttpExchange>(backend);
+    holder.exchange = ConnectionExchange::pluginExchange(backend);
     holder.body = backend->body().c_str();
     try {
         result.status = api.process(&result.handled, &result.response, &result.asyncReply, holder);

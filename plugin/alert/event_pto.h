@@ -84,6 +84,10 @@ class CEventPto : public CProtocolBase, public CSingleton<CEventPto> {
     uint32_t getHeartBeatTimerId() const { return heartBeatTimerId; }
     uint32_t getAbnormalTimerId() const { return abnormalTimerId; }
 
+    // Queues the document xml as a part of stream (see CAlertStreamSession::pushPart): a full
+    // stream queue ends the stream as a broken link does. False only when the part could not be
+    // allocated.
+    bool queuePart(const SessionPtr& stream, std::string xml);
     // Hands item to the worker pool. False when the pool refused it; the item is then freed.
     bool queueAlarmParam(CAlarmParam* item);
 
