@@ -183,26 +183,26 @@ bool Connection::beginStream(std::uint64_t serial, int status, HeaderList header
     if (closed() || serial <= m_streamSerial) return false;
     m_streamSerial = serial;
     // Posted under m_streamMutex: every part of this request is posted after it.
-    net::post(m_socket.get_executor(), [self = shared_from_this(), serial, status,
-                                        headers = std::move(headers)] {
-        if (self->closed() || self->m_requestSerial != serial || self->m_answered) {
-            // The request was answered meanwhile (or the connection closed): no stream.
-            std::lock_guard<std::mutex> relock(self->m_streamMutex);
-            if (self->m_streamSerial == serial) self->m_streamSerial = 0;
-            return;
-        }
-        self->m_answered = true;
-        self->m_streaming = true;
-        self->m_answerTimer.cancel();
-        self->setPhase(Phase::kStreaming);
-        if (self->m_metrics) {
-            self->m_metrics->countAnswer(status);
-            self->m_metrics->streamOpened();
-        }
-        self->enqueue(std::make_shared<WriteJob>(formatStreamHead(status, headers),
-                                                 WriteJob::After::kNothing, false));
-        self->watchPeer();
-    });
+    net::post(m_socket.get_executor(),
+              [self = shared_from_this(), serial, status, headers = std::move(headers)] {
+                  if (self->closed() || self->m_requestSerial != serial || self->m_answered) {
+                      // The request was answered meanwhile (or the connection closed): no stream.
+                      std::lock_guard<std::mutex> relock(self->m_streamMutex);
+                      if (self->m_streamSerial == serial) self->m_streamSerial = 0;
+                      return;
+                  }
+                  self->m_answered = true;
+                  self->m_streaming = true;
+                  self->m_answerTimer.cancel();
+                  self->setPhase(Phase::kStreaming);
+                  if (self->m_metrics) {
+                      self->m_metrics->countAnswer(status);
+                      self->m_metrics->streamOpened();
+                  }
+                  self->enqueue(std::make_shared<WriteJob>(formatStreamHead(status, headers),
+                                                           WriteJob::After::kNothing, false));
+                  self->watchPeer();
+              });
     return true;
 }
 
@@ -218,7 +218,8 @@ bool Connection::queueStreamPart(std::uint64_t serial, std::string bytes) {
         return false;
     }
     m_queuedStreamBytes.fetch_add(size, std::memory_order_acq_rel);
-    auto job = std::make_shared<WriteJob>(std::move(bytes), WriteJob::After::kNothing, true, serial);
+    auto job =
+        std::make_shared<WriteJob>(std::move(bytes), WriteJob::After::kNothing, true, serial);
     net::post(m_socket.get_executor(), [self = shared_from_this(), job] { self->enqueue(job); });
     return true;
 }
@@ -230,7 +231,8 @@ void Connection::endStream(std::uint64_t serial) {
     // After the parts accepted so far: they were posted before this, under the same lock.
     net::post(m_socket.get_executor(), [self = shared_from_this(), serial] {
         if (!self->m_streaming || self->m_requestSerial != serial) return;
-        self->enqueue(std::make_shared<WriteJob>(std::string(), WriteJob::After::kEndStream, false));
+        self->enqueue(
+            std::make_shared<WriteJob>(std::string(), WriteJob::After::kEndStream, false));
     });
 }
 
