@@ -11,7 +11,7 @@ import xml.etree.ElementTree as ET
 import requests
 
 from gateway_fixture import (AlertStream, GatewayTestCase, authorized_request, make_config,
-                             read_answer)
+                             raw_connect, read_answer)
 
 PASSWORD = "Stream12345"
 DEVICES = ["cam-%d" % i for i in range(1, 8)]
@@ -116,7 +116,7 @@ class AlertStreamTest(GatewayTestCase):
         self.read_to_end(control, timeout=15)
         self.assertTrue(self.gateway.wait_for(lambda: self.open_streams() == 0))
 
-    def test_forged_boundary_in_an_alarm_text_stays_inside_its_part(self):
+    def test_forged_boundary_and_invalid_utf8_never_reach_a_document(self):
         stream = self.open("cam-7")
         forged = "x\r\n--boundary\r\nContent-Type: application/xml\r\n\r\n<a/>"
         self.post_alarm(alarm("cam-7", channelName=forged))
@@ -124,6 +124,14 @@ class AlertStreamTest(GatewayTestCase):
         self.assertNotIn("\n--boundary", document)
         self.assertIn("x&#13;&#10;--boundary&#13;&#10;", document)
         self.assertEqual(ET.fromstring(document).find("channelName").text, forged)
+        # Invalid UTF-8 in a request target is replaced where the target is echoed.
+        sock = raw_connect(self.gateway)
+        self.addCleanup(sock.close)
+        sock.sendall(b"GET /KORVA/System/deviceInfo?x=\xff\xfe HTTP/1.1\r\nHost: h\r\n\r\n")
+        status, _, body = read_answer(sock)
+        self.assertEqual(status, 401)
+        self.assertEqual(ET.fromstring(body.decode("utf-8")).find("requestURL").text,
+                         "/KORVA/System/deviceInfo?x=\ufffd\ufffd")
 
     def open_streams(self):
         """Streams by /admin/state, after checking that /metrics says the same."""
