@@ -10,6 +10,7 @@
 #include <chrono>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -28,7 +29,16 @@ struct Script {
     std::atomic<int> ioThreadWrite{0};
     std::promise<int> asyncResult;
     // The last request's exchange, held as a plug-in would.
-    std::atomic<std::shared_ptr<CHttpExchange>> kept;
+    void keep(std::shared_ptr<CHttpExchange> exchange) {
+        std::lock_guard<std::mutex> lock(mutex);
+        keptExchange = std::move(exchange);
+    }
+    std::shared_ptr<CHttpExchange> kept() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return keptExchange;
+    }
+    std::mutex mutex;
+    std::shared_ptr<CHttpExchange> keptExchange;
     std::vector<std::thread> writers;
 };
 Script* script = nullptr;
@@ -65,14 +75,14 @@ int fakeProcess(int* handled, std::string* response, int* asyncReply,
         // On an I/O thread a stream write must not wait for itself.
         script->ioThreadWrite = holder.exchange->response(kStreamPart, sizeof kStreamPart - 1);
         script->streamHandle = holder.exchange->getHttpHandle();
-        script->kept = holder.exchange;
+        script->keep(holder.exchange);
         *asyncReply = 1;
         return 200;
     }
     if (url == "/stream-race") {
         // No head first: two threads write the first parts at once.
         holder.exchange->setMIME();
-        script->kept = holder.exchange;
+        script->keep(holder.exchange);
         *asyncReply = 1;
         for (const char* part : {"[one]", "[two]"}) {
             script->writers.emplace_back(
@@ -81,7 +91,7 @@ int fakeProcess(int* handled, std::string* response, int* asyncReply,
         return 200;
     }
     if (url == "/never") {
-        script->kept = holder.exchange;
+        script->keep(holder.exchange);
         *asyncReply = 1;
         return 200;
     }
@@ -113,7 +123,7 @@ class ServerTest : public ::testing::Test {
         for (auto& writer : m_script.writers) writer.join();
         m_server->stopAccepting();
         m_server->closeConnections();
-        m_script.kept.store(nullptr);
+        m_script.keep(nullptr);
         m_server.reset();
         script = nullptr;
     }
@@ -187,7 +197,7 @@ TEST_F(ServerTest, StreamWritesAreQueuedAtOnceUntilThePlugInLetsGo) {
     EXPECT_EQ(readUntil(fd, "part-2"), "part-2");
     EXPECT_EQ(m_server->metrics().openStreams(), 1);
     // The plug-in lets go of the stream's exchange: the stream has ended, the connection closes.
-    m_script.kept.store(nullptr);
+    m_script.keep(nullptr);
     char byte = 0;
     EXPECT_EQ(recv(fd, &byte, 1, 0), 0);
     EXPECT_EQ(exchange.response("more", 4), CHttpExchange::kLinkBroken);
@@ -239,12 +249,12 @@ TEST_F(ServerTest, StreamPartsFollowTheirHeadAndNeverOutliveTheirRequest) {
     // start a stream nor write into the next request's answer on the same connection.
     const int fd = connectClient("GET /never HTTP/1.1\r\nHost: x\r\n\r\n");
     EXPECT_EQ(readUntil(fd, "}\n").rfind("HTTP/1.1 504 ", 0), 0u);
-    const auto answered = m_script.kept.load();
+    const auto answered = m_script.kept();
     send(fd, "GET /never HTTP/1.1\r\nHost: x\r\n\r\n");
-    for (int i = 0; i < 200 && m_script.kept.load() == answered; ++i) {
+    for (int i = 0; i < 200 && m_script.kept() == answered; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    const auto late = m_script.kept.load();
+    const auto late = m_script.kept();
     ASSERT_NE(late, answered);
     answered->setMIME();
     EXPECT_EQ(answered->response(nullptr, 0), CHttpExchange::kLinkBroken);
