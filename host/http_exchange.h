@@ -12,9 +12,11 @@
 //  - Asynchronous: setHead/setStatus, then response(body, n) sends one complete response with
 //    Content-Length; returns n once handed to the connection.
 //  - Stream: setMIME() (multipart/mixed; boundary=boundary), setStatus(200), response(nullptr, 0)
-//    sends the head (no Content-Length, Connection: close); every later response(data, n) writes
-//    the bytes as they are and returns n when all went out, kLinkBroken once the peer is gone, or
-//    the count written when the write timed out.
+//    sends the head (no Content-Length, Connection: close); every later response(data, n) hands
+//    the bytes, as they are, to the connection's bounded output queue without waiting for the
+//    socket: n when they were taken, kLinkBroken when they were not (peer gone, stream ended, or
+//    the queue full, in which case the host closes the connection). The host ends the stream and
+//    closes its connection once the plug-in releases the request's exchange object.
 // Thread safety: an exchange object is used by one thread at a time; different exchange objects
 // of one handle may be used from different threads (the connection serialises writes).
 #pragma once

@@ -140,11 +140,13 @@ int runGateway(const GatewayConfig& config, const std::string& credentialsNote) 
 
     waitForStopSignal();
 
+    // Connections first: once they drain and close, every stream write of the plug-in reports
+    // the link broken at once, so uninitialising it never waits for a queued part.
     scheduler.stop();
     server.stopAccepting();
+    server.closeConnections();
     plugin.api().uninit();
     korva::host::shutdown();
-    server.closeConnections();
     korva::host::clearDevices();
     return 0;
 }

@@ -254,8 +254,8 @@ void readLimits(const Reader& root, GatewayConfig* config) {
     if (!root.has("limits")) return;
     const Reader reader = root.object("limits");
     reader.allowOnly({"ioThreads", "maxHeaderBytes", "maxBodyBytes", "idleTimeoutMs",
-                      "writeTimeoutMs", "streamWriteWaitMs", "maxConnections",
-                      "maxConnectionsPerClient", "maxTargetBytes"});
+                      "writeTimeoutMs", "streamWriteWaitMs", "maxStreamQueueBytes",
+                      "maxConnections", "maxConnectionsPerClient", "maxTargetBytes"});
     ServerLimits& limits = config->limits;
     config->ioThreads = reader.integer("ioThreads", 0, 0, 256);
     limits.maxHeaderBytes = static_cast<std::size_t>(
@@ -268,6 +268,8 @@ void readLimits(const Reader& root, GatewayConfig* config) {
         "writeTimeoutMs", static_cast<int>(limits.writeTimeout.count()), 100, 3600000));
     limits.streamWriteWait = std::chrono::milliseconds(reader.integer(
         "streamWriteWaitMs", static_cast<int>(limits.streamWriteWait.count()), 10, 600000));
+    limits.maxStreamQueueBytes = static_cast<std::size_t>(reader.integer(
+        "maxStreamQueueBytes", static_cast<int>(limits.maxStreamQueueBytes), 4096, 1 << 30));
     limits.maxConnections = static_cast<std::size_t>(
         reader.integer("maxConnections", static_cast<int>(limits.maxConnections), 1, 1000000));
     limits.maxConnectionsPerClient = static_cast<std::size_t>(reader.integer(

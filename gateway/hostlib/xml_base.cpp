@@ -98,9 +98,127 @@ struct DepthCheck : pugi::xml_tree_walker {
     }
 };
 
+// Length of the well-formed UTF-8 sequence at text[i] that stands for a character XML allows
+// (no overlong form, no surrogate, nothing above U+10FFFF, no U+FFFE/U+FFFF, no C0 control but
+// tab, CR and LF); 0 when there is none.
+size_t xmlCharLength(std::string_view text, size_t i) {
+    const auto byte = [&](size_t k) { return static_cast<unsigned char>(text[i + k]); };
+    const unsigned char lead = byte(0);
+    if (lead < 0x80) return (lead >= 0x20 || lead == '\t' || lead == '\r' || lead == '\n') ? 1 : 0;
+    const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 0;
+    if (length == 0 || lead > 0xF4 || i + length > text.size()) return 0;
+    unsigned code = lead & (0x7F >> length);
+    for (size_t k = 1; k < length; ++k) {
+        if ((byte(k) & 0xC0) != 0x80) return 0;
+        code = (code << 6) | (byte(k) & 0x3F);
+    }
+    const unsigned least[] = {0, 0, 0x80, 0x800, 0x10000};
+    const bool valid = code >= least[length] && code <= 0x10FFFF &&
+                       !(code >= 0xD800 && code <= 0xDFFF) && code != 0xFFFE && code != 0xFFFF;
+    return valid ? length : 0;
+}
+
+// True when text can be written as it is: only characters XML allows, and no CR or LF.
+bool plainText(std::string_view text) {
+    for (size_t i = 0; i < text.size();) {
+        const size_t length = xmlCharLength(text, i);
+        if (length == 0 || text[i] == '\r' || text[i] == '\n') return false;
+        i += length;
+    }
+    return true;
+}
+
+// text escaped for element content or an attribute value: markup characters as entities, CR,
+// LF (and tab in attributes) as character references, so that no line break of the text reaches
+// the serialised document; a byte that is not part of an allowed UTF-8 character as U+FFFD.
+std::string escaped(std::string_view text, bool attribute) {
+    std::string out;
+    out.reserve(text.size() + 16);
+    for (size_t i = 0; i < text.size();) {
+        const size_t length = xmlCharLength(text, i);
+        const char c = text[i];
+        if (length == 0) {
+            out += "\xEF\xBF\xBD";
+            ++i;
+            continue;
+        }
+        if (c == '&') {
+            out += "&amp;";
+        } else if (c == '<') {
+            out += "&lt;";
+        } else if (c == '>') {
+            out += "&gt;";
+        } else if (c == '"' && attribute) {
+            out += "&quot;";
+        } else if (c == '\r') {
+            out += "&#13;";
+        } else if (c == '\n') {
+            out += "&#10;";
+        } else if (c == '\t' && attribute) {
+            out += "&#9;";
+        } else {
+            out.append(text, i, length);
+        }
+        i += length;
+    }
+    return out;
+}
+
+// True when some text, CDATA section or attribute value under node cannot be written plainly.
+bool needsEscaping(const pugi::xml_node& node) {
+    const pugi::xml_node_type type = node.type();
+    if ((type == pugi::node_pcdata || type == pugi::node_cdata) && !plainText(node.value())) {
+        return true;
+    }
+    for (const pugi::xml_attribute& attribute : node.attributes()) {
+        if (!plainText(attribute.value())) return true;
+    }
+    for (const pugi::xml_node& child : node.children()) {
+        if (needsEscaping(child)) return true;
+    }
+    return false;
+}
+
+// Escapes every text and attribute value under node in place (CDATA becomes escaped text, which
+// reads back the same), for printing with format_no_escapes.
+void escapeTree(pugi::xml_node node) {
+    for (pugi::xml_attribute attribute : node.attributes()) {
+        attribute.set_value(escaped(attribute.value(), true).c_str());
+    }
+    for (pugi::xml_node child = node.first_child(); child;) {
+        pugi::xml_node next = child.next_sibling();
+        if (child.type() == pugi::node_cdata) {
+            node.insert_child_before(pugi::node_pcdata, child).set_value(child.value());
+            child = node.remove_child(child) ? next.previous_sibling() : child;
+        }
+        if (child.type() == pugi::node_pcdata) {
+            child.set_value(escaped(child.value(), false).c_str());
+        } else {
+            escapeTree(child);
+        }
+        child = next;
+    }
+}
+
+// The text of node (the document or one element). Every document leaves the host through here:
+// CR and LF inside text are written as character references (the document reads back the same,
+// yet no line of it can be taken for a multipart boundary), and bytes that are not valid UTF-8
+// become U+FFFD, so that the text always matches its UTF-8 declaration.
 std::string serialize(const pugi::xml_node& node) {
     StringWriter writer;
-    node.print(writer, "  ", kFormatFlags, pugi::encoding_utf8);
+    if (!needsEscaping(node)) {
+        node.print(writer, "  ", kFormatFlags, pugi::encoding_utf8);
+        return writer.text;
+    }
+    pugi::xml_document copy;
+    if (node.type() == pugi::node_document) {
+        for (const pugi::xml_node& child : node.children()) copy.append_copy(child);
+    } else {
+        copy.append_copy(node);
+    }
+    escapeTree(copy);
+    const pugi::xml_node printed = node.type() == pugi::node_document ? copy : copy.first_child();
+    printed.print(writer, "  ", kFormatFlags | pugi::format_no_escapes, pugi::encoding_utf8);
     return writer.text;
 }
 
@@ -265,11 +383,7 @@ int CXmlBase::WriteToBuf(char* buffer, int capacity) const {
     return static_cast<int>(length);
 }
 
-std::string CXmlBase::WriteToBuf() const {
-    StringWriter writer;
-    m_impl->doc.save(writer, "  ", kFormatFlags, pugi::encoding_utf8);
-    return writer.text;
-}
+std::string CXmlBase::WriteToBuf() const { return serialize(m_impl->doc); }
 
 std::string CXmlBase::GetChildren() const {
     pugi::xml_node root = m_impl->doc.document_element();

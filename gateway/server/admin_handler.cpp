@@ -215,6 +215,7 @@ AdminAnswer AdminHandler::state() {
         item["id"] = static_cast<Json::UInt64>(entry.id);
         item["peer"] = entry.peer;
         item["phase"] = entry.phase;
+        item["queuedBytes"] = static_cast<Json::UInt64>(entry.queuedStreamBytes);
         list.append(item);
     }
     return jsonAnswer(200, root);

@@ -276,10 +276,19 @@ void Connection::deliverAnswer(std::uint64_t serial, int status, HeaderList head
     });
 }
 
-void Connection::beginStream(std::uint64_t serial, int status, HeaderList headers) {
+bool Connection::beginStream(std::uint64_t serial, int status, HeaderList headers) {
+    std::lock_guard<std::mutex> lock(m_streamMutex);
+    if (closed() || serial <= m_streamSerial) return false;
+    m_streamSerial = serial;
+    // Posted under m_streamMutex: every part of this request is posted after it.
     net::post(m_stream.get_executor(),
               [self = shared_from_this(), serial, status, headers = std::move(headers)] {
-                  if (self->closed() || self->m_requestSerial != serial || self->m_answered) return;
+                  if (self->closed() || self->m_requestSerial != serial || self->m_answered) {
+                      // The request was answered meanwhile (or the connection closed): no stream.
+                      std::lock_guard<std::mutex> relock(self->m_streamMutex);
+                      if (self->m_streamSerial == serial) self->m_streamSerial = 0;
+                      return;
+                  }
                   self->m_answered = true;
                   self->m_streaming = true;
                   self->m_answerTimer.cancel();
@@ -292,18 +301,37 @@ void Connection::beginStream(std::uint64_t serial, int status, HeaderList header
                                                            WriteJob::After::kNothing, false));
                   self->watchPeer();
               });
+    return true;
 }
 
-std::shared_ptr<WriteJob> Connection::queueStreamPart(std::string bytes) {
-    if (closed()) return nullptr;
+bool Connection::queueStreamPart(std::uint64_t serial, std::string bytes) {
     const std::size_t size = bytes.size();
-    if (m_queuedStreamBytes.fetch_add(size) + size > m_limits.maxQueuedStreamBytes) {
-        m_queuedStreamBytes.fetch_sub(size);
-        return nullptr;
+    std::lock_guard<std::mutex> lock(m_streamMutex);
+    if (closed() || m_registry.draining() || serial == 0 || m_streamSerial != serial) return false;
+    if (m_queuedStreamBytes.load(std::memory_order_acquire) + size > m_limits.maxStreamQueueBytes) {
+        // The reader keeps up with less than the stream carries: end the stream (the platform
+        // reconnects) instead of growing or dropping parts of a stream that stays open.
+        m_streamSerial = kStreamEnded;
+        net::post(m_stream.get_executor(), [self = shared_from_this()] { self->closeNow(); });
+        return false;
     }
-    auto job = std::make_shared<WriteJob>(std::move(bytes), WriteJob::After::kNothing, true);
+    m_queuedStreamBytes.fetch_add(size, std::memory_order_acq_rel);
+    auto job =
+        std::make_shared<WriteJob>(std::move(bytes), WriteJob::After::kNothing, true, serial);
     net::post(m_stream.get_executor(), [self = shared_from_this(), job] { self->enqueue(job); });
-    return job;
+    return true;
+}
+
+void Connection::endStream(std::uint64_t serial) {
+    std::lock_guard<std::mutex> lock(m_streamMutex);
+    if (serial == 0 || m_streamSerial != serial) return;
+    m_streamSerial = kStreamEnded;
+    // After the parts accepted so far: they were posted before this, under the same lock.
+    net::post(m_stream.get_executor(), [self = shared_from_this(), serial] {
+        if (!self->m_streaming || self->m_requestSerial != serial) return;
+        self->enqueue(
+            std::make_shared<WriteJob>(std::string(), WriteJob::After::kEndStream, false));
+    });
 }
 
 void Connection::close() {
@@ -311,7 +339,10 @@ void Connection::close() {
 }
 
 void Connection::enqueue(std::shared_ptr<WriteJob> job) {
-    if (closed()) {
+    // A stream part goes out only on the stream of its own request, after that stream's head.
+    const bool foreignPart =
+        job->streamPart() && (!m_streaming || job->serial() != m_requestSerial);
+    if (closed() || foreignPart) {
         if (job->streamPart()) m_queuedStreamBytes.fetch_sub(job->bytes().size());
         job->finish(WriteJob::State::kFailed);
         return;
@@ -368,7 +399,7 @@ void Connection::onWritten(const std::shared_ptr<WriteJob>& job, error_code ec, 
             m_metrics->countStreamPart(bytes.find("<eventType>heartBeat</eventType>") !=
                                        std::string::npos);
         }
-    } else {
+    } else if (!bytes.empty()) {
         logAccess(answerStatus(bytes), bytes.size());  // an answer or a stream's head
     }
     job->finish(WriteJob::State::kDone);
@@ -388,6 +419,9 @@ void Connection::afterJob(const std::shared_ptr<WriteJob>& job) {
             break;
         case WriteJob::After::kClose:
             lingerClose();
+            break;
+        case WriteJob::After::kEndStream:
+            closeNow();
             break;
     }
 }

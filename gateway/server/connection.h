@@ -32,6 +32,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -91,11 +92,26 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // The asynchronous answer of request `serial`; ignored when that request is no longer
     // current or already answered.
     void deliverAnswer(std::uint64_t serial, int status, HeaderList headers, std::string body);
-    // Turns request `serial` into a stream: writes the head, then keeps the connection open
-    // for stream parts until the peer goes or the gateway closes it.
-    void beginStream(std::uint64_t serial, int status, HeaderList headers);
-    // Queues stream bytes. Null when the connection is closed or its queue is full.
-    std::shared_ptr<WriteJob> queueStreamPart(std::string bytes);
+    // Turns request `serial` into a stream: queues the head, then keeps the connection open for
+    // stream parts until the peer goes, the stream is ended or the gateway closes it. False when
+    // the connection is closed or already streams for a later request. The head is ordered
+    // before every part of `serial`. A request that was answered meanwhile (the 504 backstop)
+    // does not become a stream: its head and parts are dropped on the strand.
+    bool beginStream(std::uint64_t serial, int status, HeaderList headers);
+    // Queues the bytes of one stream part of request `serial`; never blocks. True when the part
+    // was accepted into the connection's bounded queue. False (the link counts as broken) when
+    // the connection is closed or draining, or `serial` is not its current stream. A part that
+    // would take the queued stream bytes past ServerLimits::maxStreamQueueBytes is refused and
+    // the connection is closed: the stream ends rather than lose parts while it stays open.
+    bool queueStreamPart(std::uint64_t serial, std::string bytes);
+    // The stream of request `serial` has ended on the writer's side: no part is accepted any
+    // more, and the connection closes once the parts accepted before have been written (or
+    // the write timeout gives up on the reader). Ignored for any other request.
+    void endStream(std::uint64_t serial);
+    // Stream bytes accepted and not yet written or dropped.
+    std::size_t queuedStreamBytes() const {
+        return m_queuedStreamBytes.load(std::memory_order_acquire);
+    }
     // Closes the socket and fails queued writes.
     void close();
 
@@ -180,10 +196,17 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     std::deque<std::shared_ptr<WriteJob>> m_queue;
     bool m_writing = false;
-    std::atomic<std::size_t> m_queuedStreamBytes{0};
     std::atomic<Phase> m_phase{Phase::kReading};
     std::atomic<bool> m_closedFlag{false};
-    bool m_streaming = false;
+
+    // Stream output. m_streamMutex orders the head and the parts of a stream as they are posted
+    // to the strand; it is held only while checking, counting and posting, never for I/O.
+    std::mutex m_streamMutex;
+    // Request whose head was queued (guarded): 0 for none, kStreamEnded once its stream ended.
+    static constexpr std::uint64_t kStreamEnded = ~std::uint64_t{0};
+    std::uint64_t m_streamSerial = 0;
+    std::atomic<std::size_t> m_queuedStreamBytes{0};
+    bool m_streaming = false;  // strand: the current request's head was queued
 };
 
 }  // namespace korva::gateway

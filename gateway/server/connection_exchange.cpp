@@ -93,6 +93,30 @@ HeaderList ConnectionExchange::headersLocked() const {
     return headers;
 }
 
+std::shared_ptr<CHttpExchange> ConnectionExchange::pluginExchange(
+    const std::shared_ptr<ConnectionExchange>& backend) {
+    const std::weak_ptr<ConnectionExchange> weak = backend;
+    return std::shared_ptr<CHttpExchange>(new CHttpExchange(backend), [weak](CHttpExchange* e) {
+        const auto owner = weak.lock();
+        delete e;
+        if (owner) owner->pluginReleased();
+    });
+}
+
+void ConnectionExchange::pluginReleased() noexcept {
+    bool streaming = false;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        streaming = m_stream && m_answered;
+    }
+    if (!streaming) return;
+    try {
+        if (auto connection = m_connection.lock()) connection->endStream(m_serial);
+    } catch (...) {
+        // Posting failed for lack of memory: the stream ends when its peer goes.
+    }
+}
+
 int ConnectionExchange::respond(const void* data, int length) {
     if (length < 0 || (length > 0 && data == nullptr)) return -1;
     auto connection = m_connection.lock();
@@ -102,15 +126,18 @@ int ConnectionExchange::respond(const void* data, int length) {
     std::unique_lock<std::mutex> lock(m_mutex);
     if (m_stream) {
         if (!m_answered) {
+            // The head is queued under m_mutex: a part written by another thread at the same
+            // time finds the stream begun and is queued after it.
             m_answered = true;
-            const int status = m_status;
-            HeaderList headers = headersLocked();
-            lock.unlock();
-            connection->beginStream(m_serial, status, std::move(headers));
-        } else {
-            lock.unlock();
+            if (!connection->beginStream(m_serial, m_status, headersLocked())) {
+                return CHttpExchange::kLinkBroken;
+            }
         }
-        return length == 0 ? 0 : writeStreamPart(*connection, data, length);
+        lock.unlock();
+        if (length == 0) return 0;
+        std::string bytes(static_cast<const char*>(data), static_cast<std::size_t>(length));
+        return connection->queueStreamPart(m_serial, std::move(bytes)) ? length
+                                                                       : CHttpExchange::kLinkBroken;
     }
     if (m_answered) return CHttpExchange::kLinkBroken;  // this request has its answer already
     m_answered = true;
@@ -127,31 +154,6 @@ int ConnectionExchange::respond(const void* data, int length) {
     }
     connection->deliverAnswer(m_serial, status, std::move(headers), std::move(body));
     return length;
-}
-
-int ConnectionExchange::writeStreamPart(Connection& connection, const void* data, int length) {
-    auto job = connection.queueStreamPart(
-        std::string(static_cast<const char*>(data), static_cast<std::size_t>(length)));
-    if (!job) return connection.closed() ? CHttpExchange::kLinkBroken : 0;
-    // An I/O thread would wait for itself (or for a sibling it might be needed by): the bytes
-    // are queued and go out in order.
-    if (onIoThread()) return length;
-    switch (job->waitFor(connection.limits().streamWriteWait)) {
-        case WriteJob::State::kDone:
-            return length;
-        case WriteJob::State::kFailed:
-            return CHttpExchange::kLinkBroken;
-        case WriteJob::State::kCancelled:
-            return 0;
-        case WriteJob::State::kQueued:
-        case WriteJob::State::kWriting:
-            break;
-    }
-    if (job->tryCancel()) return 0;  // never started: nothing of it will be written
-    const auto state = job->state();
-    if (state == WriteJob::State::kDone) return length;
-    if (state == WriteJob::State::kFailed) return CHttpExchange::kLinkBroken;
-    return static_cast<int>(job->written());
 }
 
 }  // namespace korva::gateway

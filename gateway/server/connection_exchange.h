@@ -4,10 +4,13 @@
 // Answers (see host/http_exchange.h for the plug-in's view):
 //  - complete: respond() hands status, headers and body to the connection as one answer with
 //    Content-Length and returns the length at once;
-//  - stream: after setStreamMime(), respond(nullptr, 0) sends the head; each later respond()
-//    queues the bytes and, on a non-I/O thread, waits for them at most
-//    ServerLimits::streamWriteWait: the length when all went out, kLinkBroken once the peer is
-//    gone, the count written so far on a timeout. An I/O thread never waits.
+//  - stream: after setStreamMime(), respond(nullptr, 0) queues the head; each later respond()
+//    hands its bytes to the connection's bounded stream queue and returns at once: the length
+//    when the part was accepted, kLinkBroken when it was not (peer gone, stream ended, queue
+//    full: the connection then closes, or the request is no longer the connection's stream).
+//    Nothing here waits for the socket, so a slow reader never holds up the caller.
+//  - the exchange handed to the plug-in (pluginExchange) reports when the plug-in lets go of it:
+//    a stream whose exchange the plug-in no longer holds has ended, and its connection closes.
 // Thread-safe; no lock is held while the connection writes.
 #pragma once
 
@@ -48,8 +51,14 @@ class ConnectionExchange : public QXHttpService::ExchangeBackend {
 
     static unsigned char methodCode(boost::beast::http::verb verb);
 
+    // The exchange object given to the plug-in for this request (ExchangeHolder::exchange).
+    // When its last owner lets go after the stream head was sent, the stream ends
+    // (Connection::endStream).
+    static std::shared_ptr<QXHttpService::CHttpExchange> pluginExchange(
+        const std::shared_ptr<ConnectionExchange>& backend);
+
   private:
-    int writeStreamPart(Connection& connection, const void* data, int length);
+    void pluginReleased() noexcept;
     HeaderList headersLocked() const;
 
     const std::weak_ptr<Connection> m_connection;

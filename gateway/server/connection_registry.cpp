@@ -63,7 +63,8 @@ std::vector<ConnectionRegistry::Entry> ConnectionRegistry::snapshot() const {
     std::vector<Entry> entries;
     entries.reserve(live.size());
     for (const auto& connection : live) {
-        entries.push_back({connection->id(), connection->peer(), phaseName(connection->phase())});
+        entries.push_back({connection->id(), connection->peer(), phaseName(connection->phase()),
+                           connection->queuedStreamBytes()});
     }
     return entries;
 }

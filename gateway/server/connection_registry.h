@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -21,6 +22,7 @@ class ConnectionRegistry {
         std::uint64_t id = 0;
         std::string peer;
         std::string phase;
+        std::size_t queuedStreamBytes = 0;  // stream bytes accepted and not yet written
     };
 
     enum class Admission { kAdmitted, kListenerFull, kClientFull };

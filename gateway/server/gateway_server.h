@@ -7,9 +7,10 @@
 // Exceptions: an exception that escapes a handler on an I/O thread is logged and the thread
 // goes on running the loop.
 //
-// Lifetime: bind() both listeners, start() the I/O threads and accepting, then stop() once:
-// accepting ends, the plug-in is no longer entered, and the caller uninitialises the plug-in and
-// the host before closeConnections() closes every connection and joins the threads.
+// Lifetime: bind() both listeners, start() the I/O threads and accepting, then stopAccepting()
+// once: accepting ends, connections drain (no new request, no stream part queued) and the plug-in
+// is no longer entered; closeConnections() then closes every connection and joins the threads,
+// and only after it the caller uninitialises the plug-in and the host.
 #pragma once
 
 #include <boost/asio/executor_work_guard.hpp>

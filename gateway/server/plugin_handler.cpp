@@ -30,7 +30,7 @@ CallResult callPlugin(const PluginApi& api, const std::shared_ptr<ConnectionExch
                       const korva::host::RequestContext& context) {
     CallResult result;
     ExchangeHolder holder;
-    holder.exchange = std::make_shared<QXHttpService::CHttpExchange>(backend);
+    holder.exchange = ConnectionExchange::pluginExchange(backend);
     holder.body = backend->body().c_str();
     const korva::host::RequestScope scope(context);  // the digest check reads peer and target
     try {

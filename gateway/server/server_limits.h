@@ -19,12 +19,14 @@ struct ServerLimits {
     std::chrono::milliseconds idleTimeout{30000};
     // A write that makes no progress for this long closes the connection.
     std::chrono::milliseconds writeTimeout{10000};
-    // How long an alert worker waits for its own stream write before reporting a partial count.
+    // Accepted for compatibility and no longer used: a stream write never waits for the socket
+    // (maxStreamQueueBytes bounds what a slow reader can hold instead).
     std::chrono::milliseconds streamWriteWait{3000};
     // A request answered asynchronously must be answered within this time, else 504.
     std::chrono::milliseconds asyncAnswerTimeout{60000};
-    // Stream bytes queued on one connection beyond this are refused (the write reports 0).
-    std::size_t maxQueuedStreamBytes = 8 * 1024 * 1024;
+    // Stream bytes accepted and not yet written, per connection. A part that would exceed it
+    // closes the connection and its write reports the link broken.
+    std::size_t maxStreamQueueBytes = 1024 * 1024;
     // Connections beyond this are closed right after accept. The gateway lowers it to fit the
     // open-file limit (see GatewayServer).
     std::size_t maxConnections = 20000;

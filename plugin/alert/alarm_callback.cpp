@@ -3,9 +3,6 @@
 #include <json/reader.h>
 #include <json/value.h>
 
-#include <new>
-
-#include "plugin/alert/alarm_param.h"
 #include "plugin/alert/alarm_translation.h"
 #include "plugin/alert/event_pto.h"
 #include "plugin/pipeline/plugin_log.h"
@@ -52,13 +49,7 @@ int CEventPto::fAlarmDataCallBack(const char* data, int length, void* user) {
         std::string devIndex;
         if (!translateAlarm(root, &xml) || !alarmDevice(root, &devIndex)) return -1;
         for (const SessionPtr& stream : service->findStreamsByDevice(devIndex)) {
-            if (!stream->isOpen()) continue;
-            auto* item = new (std::nothrow) CAlarmParam(xml, stream, service);
-            if (item == nullptr) {
-                QXW_LOG(5, "new CAlarmParam failed.");
-                return -1;
-            }
-            service->queueAlarmParam(item);
+            if (stream->isOpen() && !service->queuePart(stream, xml)) return -1;
         }
         return length;
     } catch (...) {

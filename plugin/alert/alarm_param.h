@@ -1,7 +1,7 @@
-// CAlarmParam: one queued part, the unit of work of the alert service's worker pool. Carries
-// the EventNotificationAlert text to send, the target stream and the service. Allocated with a
-// non-throwing new by whoever queues it; belongs to the pool from KVL_ThreadPoolFlex_Work on and
-// is freed by the worker that writes it.
+// CAlarmParam: one queued part. Carries the EventNotificationAlert text to send, the target
+// stream and the service. Allocated with a non-throwing new by whoever queues it; it then
+// belongs to its stream's queue, or, as the first part of a writer turn, to the worker pool from
+// KVL_ThreadPoolFlex_Work on, and is freed by the worker that writes (or discards) it.
 #pragma once
 
 #include <memory>

@@ -1,7 +1,8 @@
 // CEventPto's workers: each queued part is framed and written to its stream's connection, one
-// writer per stream at a time; broken links end the stream.
+// writer per stream at a time; broken links and full queues end the stream.
 #include <cstdio>
 #include <memory>
+#include <new>
 
 #include "host/alarm_bus.h"
 #include "host/http_exchange.h"
@@ -46,26 +47,30 @@ WriteResult sendPart(CAlertStreamSession& stream, const std::string& xml) {
 
 }  // namespace
 
-// A worker hands its part to the stream's queue; when no other worker is writing that stream
-// it becomes the writer and sends every queued part in order. The writer holds no lock while a
-// part goes out, so a slow client delays only its own stream, and parts never interleave.
+// The pool item is the first part of a stream's writer turn: the worker writes it, then every
+// part queued for the stream meanwhile, in order, and ends its turn when the queue is empty. The
+// writer holds no lock while a part goes out, so a slow client delays only its own stream, and
+// parts never interleave. A broken link ends the stream at once: its queued parts are discarded
+// unwritten, and the failure is logged once.
 int CEventPto::fAlarmProcessThread(void* item) {
     auto* param = static_cast<CAlarmParam*>(item);
     if (param == nullptr) {
         QXW_LOG(5, "pCAlarmParam is NULL");
         return 0;
     }
-    SessionPtr stream = param->getAlertStreamSession();
+    const SessionPtr stream = param->getAlertStreamSession();
     if (!stream) {
         QXW_LOG(5, "getAlertStreamSession failed");
         delete param;
         return 0;
     }
-    param->releaseStream();
-    if (!stream->pushPart(param)) return 0;
-    while (CAlarmParam* next = stream->popPart()) {
+    for (CAlarmParam* next = param; next != nullptr; next = stream->popPart()) {
         std::unique_ptr<CAlarmParam> owned(next);
-        if (sendPart(*stream, owned->getAlarmXml()) != WriteResult::kBroken) continue;
+        const std::size_t bytes = owned->getAlarmXml().size();
+        const bool broken =
+            !stream->ended() && sendPart(*stream, owned->getAlarmXml()) == WriteResult::kBroken;
+        stream->partDone(bytes);
+        if (!broken || !stream->end()) continue;
         CEventPto* owner = owned->getUserPtr();
         if (owner == nullptr) {
             QXW_LOG(5, "getUserPtr failed");
@@ -75,6 +80,31 @@ int CEventPto::fAlarmProcessThread(void* item) {
         QXW_LOG(5, "[DevIndex=%s]link broken response fail.", stream->getDevIndex().c_str());
     }
     return 0;
+}
+
+bool CEventPto::queuePart(const SessionPtr& stream, std::string xml) {
+    auto* item = new (std::nothrow) CAlarmParam(std::move(xml), stream, this);
+    if (item == nullptr) {
+        QXW_LOG(5, "new CAlarmParam failed.");
+        return false;
+    }
+    switch (stream->pushPart(item)) {
+        case CAlertStreamSession::Push::kSchedule:
+            if (!queueAlarmParam(item)) stream->end();  // no pool: the stream cannot be served
+            break;
+        case CAlertStreamSession::Push::kQueued:
+            break;
+        case CAlertStreamSession::Push::kFull:
+            delete item;
+            dropBrokenStream(*stream);
+            QXW_LOG(5, "[DevIndex=%s]stream queue full, stream ended.",
+                    stream->getDevIndex().c_str());
+            break;
+        case CAlertStreamSession::Push::kEnded:
+            delete item;
+            break;
+    }
+    return true;
 }
 
 // Removes the stream; when it was its device's last, the device leaves the subscription. Both

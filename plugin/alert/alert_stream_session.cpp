@@ -5,38 +5,57 @@
 
 namespace QXKORVAProtocol {
 
-CAlertStreamSession::CAlertStreamSession(int httpHandle, int streamId, std::string devIndex)
+CAlertStreamSession::CAlertStreamSession(int httpHandle, int streamId, std::string devIndex,
+                                         std::shared_ptr<QXHttpService::CHttpExchange> exchange)
     : lastSendTick(KVL_GetTimeTick()),
       m_httpHandle(httpHandle),
       m_streamId(streamId),
-      m_devIndex(std::move(devIndex)) {}
+      m_devIndex(std::move(devIndex)),
+      m_exchange(std::move(exchange)) {}
 
 CAlertStreamSession::~CAlertStreamSession() {
+    freeQueueLocked();  // the last owner: nobody else can reach the queue
+}
+
+void CAlertStreamSession::freeQueueLocked() noexcept {
     while (m_first != nullptr) {
         CAlarmParam* next = m_first->m_next;
+        m_queuedBytes -= m_first->getAlarmXml().size();
         delete m_first;
         m_first = next;
     }
+    m_last = nullptr;
 }
 
-bool CAlertStreamSession::pushPart(CAlarmParam* item) noexcept {
-    item->m_next = nullptr;
+CAlertStreamSession::Push CAlertStreamSession::pushPart(CAlarmParam* item) noexcept {
+    const std::size_t bytes = item->getAlarmXml().size();
     std::lock_guard<std::mutex> lock(m_queueMutex);
+    if (m_ended) return Push::kEnded;
+    if (m_queuedBytes + bytes > kMaxQueuedBytes) {
+        m_ended = true;
+        freeQueueLocked();
+        return Push::kFull;
+    }
+    m_queuedBytes += bytes;
+    if (!m_writing) {
+        m_writing = true;
+        return Push::kSchedule;
+    }
+    item->releaseStream();  // the queue must not keep its own stream alive
+    item->m_next = nullptr;
     if (m_last == nullptr) {
         m_first = item;
     } else {
         m_last->m_next = item;
     }
     m_last = item;
-    if (m_writing) return false;
-    m_writing = true;
-    return true;
+    return Push::kQueued;
 }
 
 CAlarmParam* CAlertStreamSession::popPart() noexcept {
     std::lock_guard<std::mutex> lock(m_queueMutex);
     CAlarmParam* item = m_first;
-    if (item == nullptr) {
+    if (item == nullptr || m_ended) {
         m_writing = false;
         return nullptr;
     }
@@ -44,6 +63,34 @@ CAlarmParam* CAlertStreamSession::popPart() noexcept {
     if (m_first == nullptr) m_last = nullptr;
     item->m_next = nullptr;
     return item;
+}
+
+void CAlertStreamSession::partDone(std::size_t bytes) noexcept {
+    std::lock_guard<std::mutex> lock(m_queueMutex);
+    m_queuedBytes -= bytes;
+}
+
+bool CAlertStreamSession::end() noexcept {
+    std::lock_guard<std::mutex> lock(m_queueMutex);
+    if (m_ended) return false;
+    m_ended = true;
+    freeQueueLocked();
+    return true;
+}
+
+bool CAlertStreamSession::ended() const {
+    std::lock_guard<std::mutex> lock(m_queueMutex);
+    return m_ended;
+}
+
+bool CAlertStreamSession::idle() const {
+    std::lock_guard<std::mutex> lock(m_queueMutex);
+    return !m_writing && m_first == nullptr;
+}
+
+std::size_t CAlertStreamSession::queuedBytes() const {
+    std::lock_guard<std::mutex> lock(m_queueMutex);
+    return m_queuedBytes;
 }
 
 }  // namespace QXKORVAProtocol

@@ -1,23 +1,35 @@
 // CAlertStreamSession: one open alert stream. It names the connection the stream writes to (by
-// the exchange handle; it does not own the connection, so destroying it closes nothing), the
-// device whose alarms it carries, and the link statistics the timers look at.
+// the exchange handle), the device whose alarms it carries, the link statistics the timers look
+// at, and the stream's own bounded queue of parts.
 //
-// Always held in shared ownership: by the stream table while the stream is open and by every
-// worker that is writing to it, so a stream removed from the table still receives the parts
-// already queued for it.
+// Always held in shared ownership: by the stream table while the stream is open and by the
+// worker item that is writing to it, so a stream removed from the table still receives the parts
+// already queued for it. The record also holds the request's exchange object; the host learns
+// from its release that the plug-in has let go of the stream (a host may then close the
+// connection). Writing goes through exchanges rebuilt from the handle.
 //
-// Output order. Parts of one stream are written one after another by a single worker at a time:
-// a worker hands its part to the session with pushPart; the worker that finds no writer active
-// becomes the writer and drains the session's queue with popPart until it is empty. No lock is
-// held while a part is written, and two parts of one stream never interleave on the wire.
+// Output. Parts of one stream are written one after another by a single worker at a time: the
+// first part offered to an idle stream is handed to the worker pool (pushPart says kSchedule);
+// parts offered while that worker runs wait in the stream's queue, which the worker drains with
+// popPart before its turn ends. So the pool holds at most one item per stream, no lock is held
+// while a part is written, and two parts of one stream never interleave on the wire.
+//
+// Bounds. The bytes of the parts waiting for this stream (queued or handed to the pool, not yet
+// written) never exceed kMaxQueuedBytes: a part that would pass it is refused with kFull, and
+// the stream is ended. An ended stream (full, or its link broken) discards its queued parts at
+// once and refuses every later one.
 //
 // Thread safety: every member may be used from any thread.
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
+
+#include "host/http_exchange.h"
 
 namespace QXKORVAProtocol {
 
@@ -25,9 +37,20 @@ class CAlarmParam;
 
 class CAlertStreamSession {
   public:
+    // Largest number of bytes (document texts) waiting for one stream.
+    static constexpr std::size_t kMaxQueuedBytes = 1024 * 1024;
+
+    enum class Push {
+        kSchedule,  // no writer was active: the caller hands the item to the worker pool
+        kQueued,    // taken into the queue; the active writer sends it
+        kFull,      // refused, the queue was full: the stream has ended (caller frees item)
+        kEnded,     // refused, the stream had ended already (caller frees item)
+    };
+
     // lastSendTick starts at the current tick, so a new stream is quiet from its creation on.
-    CAlertStreamSession(int httpHandle, int streamId, std::string devIndex);
-    // Frees parts that never reached a writer (none when every push was drained).
+    CAlertStreamSession(int httpHandle, int streamId, std::string devIndex,
+                        std::shared_ptr<QXHttpService::CHttpExchange> exchange = nullptr);
+    // Frees parts that never reached a writer.
     ~CAlertStreamSession();
     CAlertStreamSession(const CAlertStreamSession&) = delete;
     CAlertStreamSession& operator=(const CAlertStreamSession&) = delete;
@@ -41,12 +64,21 @@ class CAlertStreamSession {
     bool isOpen() const { return m_open.load(std::memory_order_acquire); }
     void markOpen() { m_open.store(true, std::memory_order_release); }
 
-    // Takes ownership of item. True when the caller has become this stream's writer and must
-    // drain with popPart; false when another worker is writing and will send it.
-    bool pushPart(CAlarmParam* item) noexcept;
-    // The next part to write (owned by the caller), or null when the queue is empty; a null
-    // result also ends the caller's turn as writer.
+    // Offers item (see Push). On kQueued the session owns it and drops its stream reference.
+    Push pushPart(CAlarmParam* item) noexcept;
+    // The next queued part (owned by the caller), or null when the queue is empty or the
+    // stream has ended; a null result ends the caller's turn as writer.
     CAlarmParam* popPart() noexcept;
+    // The writer is done with a part of this many document bytes (written or not).
+    void partDone(std::size_t bytes) noexcept;
+    // Ends the stream: queued parts are freed now and later ones refused. True for the call
+    // that ended it.
+    bool end() noexcept;
+    bool ended() const;
+    // No writer active and nothing queued.
+    bool idle() const;
+    // Document bytes waiting for this stream.
+    std::size_t queuedBytes() const;
 
     // Tick of the last complete write (the heartbeat measures quiet time from it).
     std::atomic<uint32_t> lastSendTick;
@@ -56,15 +88,20 @@ class CAlertStreamSession {
     std::atomic<int32_t> heartBeatCount{0};
 
   private:
+    void freeQueueLocked() noexcept;
+
     const int m_httpHandle;
     const int m_streamId;
     const std::string m_devIndex;
+    const std::shared_ptr<QXHttpService::CHttpExchange> m_exchange;  // held, never used
     std::atomic<bool> m_open{false};
 
-    std::mutex m_queueMutex;  // guards the three fields below
+    mutable std::mutex m_queueMutex;  // guards the fields below
     CAlarmParam* m_first = nullptr;
     CAlarmParam* m_last = nullptr;
-    bool m_writing = false;
+    std::size_t m_queuedBytes = 0;
+    bool m_writing = false;  // a worker item of this stream is in the pool or writing
+    bool m_ended = false;
 };
 
 }  // namespace QXKORVAProtocol

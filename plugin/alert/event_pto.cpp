@@ -121,7 +121,8 @@ int CEventPto::procAlertStream(std::string* response, int* asyncReply,
     }
     SessionPtr session;
     try {
-        session = std::make_shared<CAlertStreamSession>(http.getHttpHandle(), streamId, devIndex);
+        session = std::make_shared<CAlertStreamSession>(http.getHttpHandle(), streamId, devIndex,
+                                                        exchange.exchange);
     } catch (...) {
         QXW_LOG(5, "[sysErr=%d]make_shared session error", KVL_GetSystemLastError());
         return answerError(kErrorBadParameters, http.getUrl(), response);

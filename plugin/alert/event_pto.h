@@ -19,6 +19,10 @@
 //                      stream. Bus calls may be made under it; the bus never calls back into it.
 //   streamMap's lock   the reader/writer lock of the stream table, short holds.
 //   poolLock           read side while queueing a part, write side while the pool goes away.
+//
+// Bounds: each stream's queue holds at most CAlertStreamSession::kMaxQueuedBytes (a full queue
+// ends the stream as a broken link does), and the pool holds at most one item per open stream
+// (the first part of a writer turn), so neither grows with the alarm rate.
 //   streamIdMutex      the stream id counter.
 #pragma once
 
@@ -84,6 +88,10 @@ class CEventPto : public CProtocolBase, public CSingleton<CEventPto> {
     uint32_t getHeartBeatTimerId() const { return heartBeatTimerId; }
     uint32_t getAbnormalTimerId() const { return abnormalTimerId; }
 
+    // Queues the document xml as a part of stream (see CAlertStreamSession::pushPart): a full
+    // stream queue ends the stream as a broken link does. False only when the part could not be
+    // allocated.
+    bool queuePart(const SessionPtr& stream, std::string xml);
     // Hands item to the worker pool. False when the pool refused it; the item is then freed.
     bool queueAlarmParam(CAlarmParam* item);
 

@@ -27,12 +27,17 @@ size_t CAlertStreamTable::countByDevice(const std::string& devIndex) const {
 }
 
 void CAlertStreamTable::remove(int streamId) {
+    SessionPtr dropped;  // released after the lock, like every record that leaves the table
     QXBase::CWriteLockGuard guard(m_lock);
-    m_streams.erase(streamId);
+    const auto it = m_streams.find(streamId);
+    if (it == m_streams.end()) return;
+    dropped = std::move(it->second);
+    m_streams.erase(it);
 }
 
 void CAlertStreamTable::clear() {
-    // The records are released after the lock: a record's last owner may free queued parts.
+    // The records are released after the lock: a record's last owner frees queued parts and
+    // releases the stream's exchange, which the host answers by ending the stream.
     std::map<int, SessionPtr> dropped;
     {
         QXBase::CWriteLockGuard guard(m_lock);
@@ -63,10 +68,12 @@ void CAlertStreamTable::forEach(const std::function<bool(const SessionPtr&)>& vi
 std::vector<std::string> CAlertStreamTable::removeIf(
     const std::function<bool(const CAlertStreamSession&)>& drop) {
     std::vector<std::string> devices;
+    std::vector<SessionPtr> dropped;  // released after the lock
     QXBase::CWriteLockGuard guard(m_lock);
     for (auto it = m_streams.begin(); it != m_streams.end();) {
         if (drop(*it->second)) {
             devices.push_back(it->second->getDevIndex());
+            dropped.push_back(std::move(it->second));
             it = m_streams.erase(it);
         } else {
             ++it;

@@ -57,7 +57,10 @@ int CEventPto::sendHeartBeatOnTimer(uint32_t timerId, void* user) {
         service->streamMap.forEach([&due](const SessionPtr& stream) {
             const uint32_t now = KVL_GetTimeTick();
             const uint32_t last = stream->lastSendTick;
-            if (stream->isOpen() && now - last >= kQuietTimeMs) due.push_back({stream, last, now});
+            // A stream with parts on their way gets no heartbeat behind them.
+            if (stream->isOpen() && now - last >= kQuietTimeMs && stream->idle()) {
+                due.push_back({stream, last, now});
+            }
             return true;
         });
         for (const DueStream& entry : due) {
@@ -65,12 +68,7 @@ int CEventPto::sendHeartBeatOnTimer(uint32_t timerId, void* user) {
                     static_cast<int>(entry.now));
             std::string xml;
             buildHeartBeatXml(*entry.stream, &xml);
-            auto* item = new (std::nothrow) CAlarmParam(std::move(xml), entry.stream, service);
-            if (item == nullptr) {
-                QXW_LOG(5, "new CAlarmParam failed.");
-                break;
-            }
-            service->queueAlarmParam(item);
+            if (!service->queuePart(entry.stream, std::move(xml))) break;
         }
     } catch (...) {
         QXW_LOG(5, "new CAlarmParam failed.");

@@ -1,18 +1,20 @@
 """The alert stream of korva-gateway over real sockets: the multipart head, alarm parts framed
-to the byte, heartbeats of quiet streams, the per-device limit, dropped clients and detached
-devices. Each test uses its own device, so streams left over by one test never count for
-another."""
+to the byte, heartbeats of quiet streams, the per-device limit, dropped clients, streams ended by
+a detach or a bus reset (their connections close), forged boundaries in alarm texts. Each test
+uses its own device, so streams left over by one test never count for another."""
 
 import json
-import socket
+import re
 import time
 import xml.etree.ElementTree as ET
 
+import requests
+
 from gateway_fixture import (AlertStream, GatewayTestCase, authorized_request, make_config,
-                             read_answer)
+                             raw_connect, read_answer)
 
 PASSWORD = "Stream12345"
-DEVICES = ["cam-%d" % i for i in range(1, 7)]
+DEVICES = ["cam-%d" % i for i in range(1, 8)]
 
 
 def alarm(device, **members):
@@ -99,17 +101,51 @@ class AlertStreamTest(GatewayTestCase):
             return "cam-6" not in self.subscribed_devices()
         self.assertTrue(self.gateway.wait_for(gone, timeout=15, interval=0.2))
 
-    def test_detach_ends_the_streams_of_that_device_only(self):
-        detached, control = self.open("cam-4"), self.open("cam-5")
+    def test_detach_and_bus_reset_close_the_connections_of_ended_streams(self):
+        detached, control = [self.open("cam-4"), self.open("cam-4")], self.open("cam-5")
         self.assertEqual(self.gateway.admin("POST", "/admin/devices/cam-4/detach")[0], 200)
         self.addCleanup(self.gateway.admin, "POST", "/admin/devices/cam-4/attach")
-        control.sock.settimeout(10)
-        root = ET.fromstring(control.next_part())  # its first heartbeat, about 5 s after opening
-        self.assertEqual(root.find("activePostCount").text, "1")
-        # The detached stream would have had its heartbeat at the same run.
-        detached.sock.settimeout(1.5)
-        try:
-            data = detached.sock.recv(4096)
-        except socket.timeout:
-            data = b""
-        self.assertEqual(detached.buffer + data, b"")
+        for stream in detached:
+            self.assertEqual(self.read_to_end(stream, timeout=5), b"")
+        self.assertTrue(self.gateway.wait_for(lambda: self.open_streams() == (1, 1)))
+        self.post_alarm(alarm("cam-5", channelName="still-open"))
+        root = ET.fromstring(control.next_alarm())
+        self.assertEqual(root.find("channelName").text, "still-open")
+        # A bus that forgot the subscription ends every stream at the next clean-up run.
+        self.assertEqual(self.gateway.admin("POST", "/admin/alarm-bus/reset")[0], 200)
+        self.read_to_end(control, timeout=15)
+        self.assertTrue(self.gateway.wait_for(lambda: self.open_streams() == (0, 0)))
+
+    def test_forged_boundary_and_invalid_utf8_never_reach_a_document(self):
+        stream = self.open("cam-7")
+        forged = "x\r\n--boundary\r\nContent-Type: application/xml\r\n\r\n<a/>"
+        self.post_alarm(alarm("cam-7", channelName=forged))
+        document = stream.next_alarm()
+        self.assertNotIn("\n--boundary", document)
+        self.assertIn("x&#13;&#10;--boundary&#13;&#10;", document)
+        self.assertEqual(ET.fromstring(document).find("channelName").text, forged)
+        # Invalid UTF-8 in a request target is replaced where the target is echoed.
+        sock = raw_connect(self.gateway)
+        self.addCleanup(sock.close)
+        sock.sendall(b"GET /KORVA/System/deviceInfo?x=\xff\xfe HTTP/1.1\r\nHost: h\r\n\r\n")
+        status, _, body = read_answer(sock)
+        self.assertEqual(status, 401)
+        self.assertEqual(ET.fromstring(body.decode("utf-8")).find("requestURL").text,
+                         "/KORVA/System/deviceInfo?x=\ufffd\ufffd")
+
+    def open_streams(self):
+        """Open streams as (/metrics, /admin/state) say."""
+        metrics = requests.get(self.gateway.admin_base + "/metrics", timeout=10).text
+        count = int(re.search(r"^korva_open_streams (\d+)$", metrics, re.M).group(1))
+        return count, self.gateway.state()["connections"]["streams"]
+
+    @staticmethod
+    def read_to_end(stream, timeout):
+        """What arrives until the gateway closes the connection; fails on a timeout."""
+        stream.sock.settimeout(timeout)
+        data = b""
+        while True:
+            chunk = stream.sock.recv(65536)
+            if not chunk:
+                return data
+            data += chunk

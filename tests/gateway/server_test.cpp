@@ -9,7 +9,10 @@
 #include <atomic>
 #include <chrono>
 #include <future>
+#include <memory>
+#include <mutex>
 #include <thread>
+#include <vector>
 
 #include "gateway/server/gateway_server.h"
 #include "host/exchange_holder.h"
@@ -25,6 +28,18 @@ struct Script {
     std::atomic<int> streamHandle{-1};
     std::atomic<int> ioThreadWrite{0};
     std::promise<int> asyncResult;
+    // The last request's exchange, held as a plug-in would.
+    void keep(std::shared_ptr<CHttpExchange> exchange) {
+        std::lock_guard<std::mutex> lock(mutex);
+        keptExchange = std::move(exchange);
+    }
+    std::shared_ptr<CHttpExchange> kept() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return keptExchange;
+    }
+    std::mutex mutex;
+    std::shared_ptr<CHttpExchange> keptExchange;
+    std::vector<std::thread> writers;
 };
 Script* script = nullptr;
 
@@ -60,6 +75,23 @@ int fakeProcess(int* handled, std::string* response, int* asyncReply,
         // On an I/O thread a stream write must not wait for itself.
         script->ioThreadWrite = holder.exchange->response(kStreamPart, sizeof kStreamPart - 1);
         script->streamHandle = holder.exchange->getHttpHandle();
+        script->keep(holder.exchange);
+        *asyncReply = 1;
+        return 200;
+    }
+    if (url == "/stream-race") {
+        // No head first: two threads write the first parts at once.
+        holder.exchange->setMIME();
+        script->keep(holder.exchange);
+        *asyncReply = 1;
+        for (const char* part : {"[one]", "[two]"}) {
+            script->writers.emplace_back(
+                [exchange = holder.exchange, part] { exchange->response(part, 5); });
+        }
+        return 200;
+    }
+    if (url == "/never") {
+        script->keep(holder.exchange);
         *asyncReply = 1;
         return 200;
     }
@@ -77,7 +109,8 @@ class ServerTest : public ::testing::Test {
         limits.maxHeaderBytes = 2048;
         limits.maxBodyBytes = 4096;
         limits.idleTimeout = std::chrono::milliseconds(2000);
-        limits.streamWriteWait = std::chrono::milliseconds(500);
+        limits.asyncAnswerTimeout = std::chrono::milliseconds(300);
+        limits.maxStreamQueueBytes = 64 * 1024;
         m_server = std::make_unique<GatewayServer>(
             PluginApi{[] { return 1; }, [] { return 0; }, fakeProcess}, limits, 2);
         std::string error;
@@ -87,8 +120,10 @@ class ServerTest : public ::testing::Test {
             std::stoi(m_server->korvaAddress().substr(m_server->korvaAddress().rfind(':') + 1)));
     }
     void TearDown() override {
+        for (auto& writer : m_script.writers) writer.join();
         m_server->stopAccepting();
         m_server->closeConnections();
+        m_script.keep(nullptr);
         m_server.reset();
         script = nullptr;
     }
@@ -147,7 +182,7 @@ TEST_F(ServerTest, AsynchronousAnswerFromAnotherThreadIsOneCompleteAnswer) {
     close(fd);
 }
 
-TEST_F(ServerTest, StreamWritesReportCountThenLinkBroken) {
+TEST_F(ServerTest, StreamWritesAreQueuedAtOnceUntilThePlugInLetsGo) {
     const int fd = connectClient("GET /stream HTTP/1.1\r\nHost: x\r\n\r\n");
     const std::string head = readUntil(fd, "abc");
     EXPECT_EQ(head.rfind("HTTP/1.1 200 OK\r\n", 0), 0u) << head;
@@ -158,34 +193,78 @@ TEST_F(ServerTest, StreamWritesReportCountThenLinkBroken) {
     EXPECT_EQ(m_script.ioThreadWrite.load(), static_cast<int>(sizeof kStreamPart - 1));
 
     CHttpExchange exchange(m_script.streamHandle.load());
-    EXPECT_EQ(exchange.response("part-2", 6), 6);  // waited for: the bytes went out
+    EXPECT_EQ(exchange.response("part-2", 6), 6);
     EXPECT_EQ(readUntil(fd, "part-2"), "part-2");
-    close(fd);
-    int result = 0;
-    for (int i = 0; i < 100 && result != CHttpExchange::kLinkBroken; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        result = exchange.response("more", 4);
+    EXPECT_EQ(m_server->metrics().openStreams(), 1);
+    // The plug-in lets go of the stream's exchange: the stream has ended, the connection closes.
+    m_script.keep(nullptr);
+    char byte = 0;
+    EXPECT_EQ(recv(fd, &byte, 1, 0), 0);
+    EXPECT_EQ(exchange.response("more", 4), CHttpExchange::kLinkBroken);
+    for (int i = 0; i < 200 && m_server->metrics().openStreams() != 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    EXPECT_EQ(result, CHttpExchange::kLinkBroken);
-    EXPECT_FALSE(CHttpExchange(m_script.streamHandle.load()).isAttached());
+    EXPECT_EQ(m_server->metrics().openStreams(), 0);
+    close(fd);
 }
 
-TEST_F(ServerTest, StreamWriteToAClientThatDoesNotReadReturnsAPartialCountInTime) {
+// Every write returns at once; the bounded queue of a client that reads nothing ends its stream.
+TEST_F(ServerTest, StreamToAClientThatDoesNotReadEndsAtTheQueueBound) {
     const int fd = connectClient();
     int small = 4096;
     setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
     send(fd, "GET /stream HTTP/1.1\r\nHost: x\r\n\r\n");
     readUntil(fd, "abc");
     CHttpExchange exchange(m_script.streamHandle.load());
-    const std::string block(1 << 20, 'x');
+    const std::string block(4096, 'x');
+    int result = 0;
+    int accepted = 0;
     const auto start = std::chrono::steady_clock::now();
-    int last = 0;
-    for (int i = 0; i < 8 && (last == static_cast<int>(block.size()) || i == 0); ++i) {
-        last = exchange.response(block.data(), static_cast<int>(block.size()));
+    for (int i = 0; i < 20000 && result != CHttpExchange::kLinkBroken; ++i) {
+        result = exchange.response(block.data(), static_cast<int>(block.size()));
+        if (result == static_cast<int>(block.size())) ++accepted;
     }
-    EXPECT_LT(last, static_cast<int>(block.size()));
-    EXPECT_NE(last, CHttpExchange::kLinkBroken);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
+    EXPECT_EQ(result, CHttpExchange::kLinkBroken);
+    EXPECT_GE(accepted, 15);  // about the queue's own 64 KiB at least
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    EXPECT_EQ(exchange.response("x", 1), CHttpExchange::kLinkBroken);
+    close(fd);
+}
+
+TEST_F(ServerTest, StreamPartsFollowTheirHeadAndNeverOutliveTheirRequest) {
+    for (int round = 0; round < 10; ++round) {
+        const int fd = connectClient("GET /stream-race HTTP/1.1\r\nHost: x\r\n\r\n");
+        std::string data = readUntil(fd, "]");
+        if (data.find("[one]") == std::string::npos || data.find("[two]") == std::string::npos) {
+            data += readUntil(fd, "]");
+        }
+        for (auto& writer : m_script.writers) writer.join();
+        m_script.writers.clear();
+        EXPECT_EQ(data.rfind("HTTP/1.1 200 OK\r\n", 0), 0u) << data;
+        const auto body = data.find("\r\n\r\n") + 4;
+        EXPECT_TRUE(data.substr(body) == "[one][two]" || data.substr(body) == "[two][one]") << data;
+        close(fd);
+    }
+    // A request answered by the gateway's own backstop (504) is over: its exchange can neither
+    // start a stream nor write into the next request's answer on the same connection.
+    const int fd = connectClient("GET /never HTTP/1.1\r\nHost: x\r\n\r\n");
+    EXPECT_EQ(readUntil(fd, "}\n").rfind("HTTP/1.1 504 ", 0), 0u);
+    const auto answered = m_script.kept();
+    send(fd, "GET /never HTTP/1.1\r\nHost: x\r\n\r\n");
+    for (int i = 0; i < 200 && m_script.kept() == answered; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    const auto late = m_script.kept();
+    ASSERT_NE(late, answered);
+    answered->setMIME();
+    EXPECT_EQ(answered->response(nullptr, 0), CHttpExchange::kLinkBroken);
+    EXPECT_EQ(answered->response("[1]", 3), CHttpExchange::kLinkBroken);
+    late->setMIME();
+    EXPECT_EQ(late->response(nullptr, 0), 0);  // the second request becomes the stream
+    EXPECT_EQ(late->response("[2]", 3), 3);
+    const std::string rest = readUntil(fd, "[2]");
+    EXPECT_EQ(rest.rfind("HTTP/1.1 200 OK\r\n", 0), 0u) << rest;
+    EXPECT_EQ(rest.substr(rest.find("\r\n\r\n") + 4), "[2]");
     close(fd);
 }
 
@@ -227,7 +306,13 @@ TEST_F(ServerTest, ExceptionsOfPluginAndHandlerAreAnswered500AndServingGoesOn) {
 TEST_F(ServerTest, StoppedServerRefusesToEnterThePlugin) {
     const int fd = connectClient("GET /sync HTTP/1.1\r\nHost: x\r\n\r\n");
     readUntil(fd, "</a>");
+    const int streamFd = connectClient("GET /stream HTTP/1.1\r\nHost: x\r\n\r\n");
+    readUntil(streamFd, "abc");
     m_server->stopAccepting();
+    // Draining: stream parts are refused at once.
+    EXPECT_EQ(CHttpExchange(m_script.streamHandle.load()).response("x", 1),
+              CHttpExchange::kLinkBroken);
+    close(streamFd);
     send(fd, "GET /sync HTTP/1.1\r\nHost: x\r\n\r\n");
     // The plug-in is not entered any more: the idle connection is closed, or the request that
     // raced the stop is refused with 503 and the connection ends.

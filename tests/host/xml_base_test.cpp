@@ -214,3 +214,41 @@ TEST(XmlWrite, WriteToBufNeverExceedsItsCapacity) {
     EXPECT_EQ(one, 'x');
     EXPECT_EQ(xml.WriteToBuf(nullptr, 10), -1);
 }
+
+// No line break of a text reaches the serialised document, and the text is always UTF-8; a
+// parser reads back the same text (with U+FFFD where the bytes were not UTF-8).
+TEST(XmlWrite, LineBreaksAsReferencesAndInvalidUtf8Replaced) {
+    const std::string fffd = "\xEF\xBF\xBD";
+    const struct {
+        std::string text, written, readBack;
+    } cases[] = {
+        {"a\r\n--boundary\r\nb", "a&#13;&#10;--boundary&#13;&#10;b", "a\r\n--boundary\r\nb"},
+        {"/x\xFF\xFEy&", "/x" + fffd + fffd + "y&amp;", "/x" + fffd + fffd + "y&"},
+        {"\xC0\xAF|\xED\xA0\x80|\x01|\xF4\x90\x80\x80", "",
+         ""},  // overlong, surrogate, C0, >10FFFF
+        {"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80 <ok>",
+         "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80 &lt;ok&gt;",
+         "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80 <ok>"},
+    };
+    for (const auto& c : cases) {
+        CXmlBase xml;
+        ASSERT_TRUE(xml.CreateRoot("r"));
+        xml.SetAttribute("k", c.text.c_str());
+        xml.AddNode("t", c.text);
+        const std::string text = xml.GetChildren();
+        EXPECT_EQ(text.find_first_of("\r\x01"), std::string::npos) << text;
+        for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 1)) {
+            EXPECT_EQ(text[at - 1], '>') << text;  // only the layout's line ends
+        }
+        CXmlBase back;
+        ASSERT_TRUE(back.Parse(xml.WriteToBuf())) << text;
+        ASSERT_TRUE(back.FindElem("r") && back.IntoElem() && back.FindElem("t"));
+        if (c.written.empty()) {  // every invalid byte replaced, the separators kept
+            EXPECT_EQ(back.GetData(), fffd + fffd + "|" + fffd + fffd + fffd + "|" + fffd + "|" +
+                                          fffd + fffd + fffd + fffd);
+            continue;
+        }
+        EXPECT_NE(text.find("<t>" + c.written + "</t>"), std::string::npos) << text;
+        EXPECT_EQ(back.GetData(), c.readBack);
+    }
+}

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 
 #include "plugin/alert/alarm_bus_bodies.h"
 #include "plugin/alert/alert_part.h"
@@ -102,7 +103,7 @@ TEST_F(AlarmOutput, BrokenLinkDropsStreamAndTheLastOneDropsTheDevice) {
     ASSERT_EQ(replacement.status, 200);
     replacement.exchange().breakLink();
 
-    second.request.reset();  // the connection is gone altogether
+    second.exchange().breakLink();
     korva::host::publishAlarm("dev-1", alarmJson("dev-1"));
     ASSERT_TRUE(waitUntil([&] { return service.streams().size() == 1; }));
     EXPECT_TRUE(waitUntil([] { return subscribedDevices() == Devices{"dev-2"}; }));
@@ -130,6 +131,80 @@ TEST_F(AlarmOutput, PartsOfOneStreamAreNeverWrittenAtOnce) {
     ASSERT_TRUE(stream.exchange().waitForResponds(61 + sessionOf(stream)->heartBeatCount));
     EXPECT_EQ(counters->most.load(), 1);
     for (const std::string& part : stream.parts()) ASSERT_NE(documentOf(part), "<malformed part>");
+}
+
+// Holds a stream's writes until opened; shared with the script, which may outlive the test.
+struct WriteGate {
+    std::atomic<bool> open{false};
+    std::atomic<int> entered{0};
+};
+
+std::function<int(int)> heldWrites(const std::shared_ptr<WriteGate>& gate, bool broken) {
+    return [gate, broken](int length) {
+        ++gate->entered;
+        while (!gate->open) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return broken ? QXHttpService::CHttpExchange::kLinkBroken : length;
+    };
+}
+
+void deliver(CEventPto& service, const std::string& alarm) {
+    CEventPto::fAlarmDataCallBack(alarm.data(), static_cast<int>(alarm.size()), &service);
+}
+
+int linesWith(const korva::testing::LogCapture& log, const std::string& text) {
+    const auto lines = log.lines();
+    return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&](const auto& line) {
+        return line.text.find(text) != std::string::npos;
+    }));
+}
+
+// The writer of the slow stream is held on its first part while alarms keep coming.
+TEST_F(AlarmOutput, FullStreamQueueEndsThatStreamAloneAndDiscardsItsParts) {
+    korva::testing::LogCapture log;
+    const StreamRequest slow = requestStream(service), other = requestStream(service, "user2");
+    const auto session = sessionOf(slow);
+    auto gate = std::make_shared<WriteGate>();
+    slow.exchange().setRespondResult(heldWrites(gate, false));
+    const std::string big =
+        alarmJson("dev-1", "\"channelName\":\"" + std::string(4000, 'x') + "\"");
+    deliver(service, big);
+    ASSERT_TRUE(waitUntil([&] { return gate->entered == 1; }));
+    const size_t document = session->queuedBytes();
+    EXPECT_TRUE(session->idle() == false);
+    korva::host::advanceClock(6000);  // no heartbeat behind parts on their way
+    EXPECT_EQ(session->heartBeatCount, 0);
+    int offered = 1;
+    while (!session->ended() && offered < 1000) {
+        deliver(service, big);
+        ++offered;
+    }
+    EXPECT_EQ(offered, static_cast<int>(CAlertStreamSession::kMaxQueuedBytes / document) + 1);
+    EXPECT_EQ(session->queuedBytes(), document);  // only the part being written is left
+    EXPECT_EQ(sessionOf(slow), nullptr);
+    EXPECT_EQ(subscribedDevices(), Devices{"dev-2"});
+    deliver(service, alarmJson("dev-2"));
+    EXPECT_TRUE(other.exchange().waitForResponds(2));
+    gate->open = true;
+    ASSERT_TRUE(waitUntil([&] { return session->idle(); }));
+    EXPECT_EQ(slow.exchange().respondCount(), 2);  // the head and the part that was going out
+    EXPECT_EQ(session->queuedBytes(), 0u);
+    EXPECT_EQ(linesWith(log, "stream queue full"), 1);
+}
+
+TEST_F(AlarmOutput, BrokenLinkDiscardsQueuedPartsAndLogsOnce) {
+    korva::testing::LogCapture log;
+    const StreamRequest stream = requestStream(service);
+    const auto session = sessionOf(stream);
+    auto gate = std::make_shared<WriteGate>();
+    stream.exchange().setRespondResult(heldWrites(gate, true));
+    for (int i = 0; i < 50; ++i) deliver(service, alarmJson("dev-1"));
+    ASSERT_TRUE(waitUntil([&] { return gate->entered == 1; }));
+    gate->open = true;
+    ASSERT_TRUE(waitUntil([&] { return session->ended() && session->idle(); }));
+    EXPECT_EQ(stream.exchange().respondCount(), 2);
+    EXPECT_EQ(session->queuedBytes(), 0u);
+    EXPECT_EQ(linesWith(log, "link broken"), 1);
+    EXPECT_EQ(service.streams().size(), 0u);
 }
 
 }  // namespace

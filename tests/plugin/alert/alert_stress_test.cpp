@@ -68,7 +68,7 @@ TEST_F(AlertServiceTest, StressEverythingAtOnce) {
             gone = std::move(live[at]);
             live.erase(live.begin() + static_cast<long>(at));
         }
-        if (random() % 2 == 0) gone->exchange().breakLink();  // else the connection vanishes
+        gone->exchange().breakLink();
         for (const auto& session : service.streams().snapshot()) {
             if (random() % 16 == 0) session->sendFailCount = CEventPto::kMaxSendFailCount + 1;
         }

@@ -78,8 +78,8 @@ TEST_F(CleanUp, FailingStreamsGoThenTheirDevicesThenTheSubscriptionOnce) {
 }
 
 TEST_F(CleanUp, TimerEndsTheSubscriptionAfterTheLastStreamWent) {
-    StreamRequest stream = requestStream(service);
-    stream.request.reset();
+    const StreamRequest stream = requestStream(service);
+    stream.exchange().breakLink();
     korva::host::publishAlarm("dev-1", alarmJson("dev-1"));
     ASSERT_TRUE(waitUntil([&] { return service.streams().size() == 0; }));
     korva::host::advanceClock(9999);
@@ -110,6 +110,9 @@ TEST_F(CleanUp, DetachEndsExactlyThatDevicesStreams) {
     ASSERT_TRUE(korva::host::detachDevice("dev-1"));
     ASSERT_TRUE(waitUntil([&] { return service.streams().size() == 1; }));
     EXPECT_EQ(service.streams().countByDevice("dev-2"), 1u);
+    // An ended stream lets go of its exchange (the host then closes the connection).
+    EXPECT_EQ(a.request->holder().exchange.use_count(), 1);
+    EXPECT_EQ(other.request->holder().exchange.use_count(), 2);
     EXPECT_EQ(subscribedDevices(), (Devices{"dev-1", "dev-2"}));  // the clean-up's business
 }
 
