@@ -142,7 +142,8 @@ void readLimits(const Reader& root, GatewayConfig* config) {
     if (!root.has("limits")) return;
     const Reader reader = root.object("limits");
     reader.allowOnly({"ioThreads", "maxHeaderBytes", "maxBodyBytes", "idleTimeoutMs",
-                      "writeTimeoutMs", "streamWriteWaitMs", "maxConnections"});
+                      "writeTimeoutMs", "streamWriteWaitMs", "maxConnections",
+                      "maxRelaysPerDevice", "maxRelaysPerClient", "maxRelays"});
     ServerLimits& limits = config->limits;
     config->ioThreads = reader.integer("ioThreads", 0, 0, 256);
     limits.maxHeaderBytes = static_cast<std::size_t>(
@@ -157,6 +158,10 @@ void readLimits(const Reader& root, GatewayConfig* config) {
         "streamWriteWaitMs", static_cast<int>(limits.streamWriteWait.count()), 10, 600000));
     limits.maxConnections = static_cast<std::size_t>(
         reader.integer("maxConnections", static_cast<int>(limits.maxConnections), 1, 1000000));
+    korva::host::RelayLimits& relays = config->relayLimits;
+    relays.maxPerDevice = reader.integer("maxRelaysPerDevice", relays.maxPerDevice, 1, 100000);
+    relays.maxPerClient = reader.integer("maxRelaysPerClient", relays.maxPerClient, 1, 100000);
+    relays.maxTotal = reader.integer("maxRelays", relays.maxTotal, 1, 100000);
 }
 
 bool validDevIndex(const std::string& devIndex) {
