@@ -27,8 +27,8 @@ enum class DigestAlgorithm { kMd5, kSha256 };
 
 struct AuthSettings {
     DigestAlgorithm algorithm = DigestAlgorithm::kMd5;
-    int maxAttempts = 5;    // wrong passwords before the user is locked
-    int lockSeconds = 180;  // how long a lock lasts
+    int maxAttempts = 5;           // wrong passwords before the user is locked
+    int lockSeconds = 180;         // how long a lock lasts
     int nonceLifetimeSeconds = 300;
 };
 
@@ -58,7 +58,7 @@ using DeviceReply = std::function<void(std::string bytes)>;
 
 // A device reachable through the bus: a simulated camera or a scripted test device.
 class DeviceEndpoint {
-  public:
+public:
     virtual ~DeviceEndpoint() = default;
     // Called on a bus worker thread. May reply now, later (keep the DeviceReply), or never.
     virtual void handle(const DeviceRequest& request, DeviceReply reply) = 0;
