@@ -23,7 +23,9 @@ typedef int (*QX_DeviceCfgCallBack)(const char* data, int length, void* userData
 // exactly once with userData: with the device's answer, or, when the device does not answer
 // within timeoutMs, with a device-busy status object
 // {"errorCode":536870916,"errorMsg":"deviceBusy","statusCode":2,"statusString":"Device Busy"}.
-// Any other result means refused: the callback is never called and userData stays with the
-// caller. Results: 1 bad arguments, 9 no such device attached. Thread-safe.
+// userData is the caller's DeviceCfgContext (or null): the host reads its httpHandle to tie the
+// relay to its request. Any other result means refused: the callback is never called and
+// userData stays with the caller. Results: 1 bad arguments, 9 no such device attached, 10 too
+// many relays outstanding. Thread-safe.
 int QX_DeviceCfgBus_ProcessAsyn(int method, std::string jsonUrl, const std::string& jsonBody,
                                 QX_DeviceCfgCallBack callback, void* userData, int timeoutMs);

@@ -31,7 +31,8 @@ std::string absolute(const std::string& path) {
 
 const char* usageText() {
     return "usage: korva-gateway [--config FILE] [--listen HOST:PORT] [--admin-listen HOST:PORT]\n"
-           "                     [--plugin PATH] [--log-level N]\n";
+           "                     [--plugin PATH] [--log-level N]\n"
+           "  --log-level N   1 (most detail) to 5 (failures only); default 4\n";
 }
 
 CommandLine parseCommandLine(int argc, const char* const* argv) {

@@ -11,7 +11,7 @@ constexpr const char* kDefaultConfig = R"({
   "adminListen": "127.0.0.1:8081",
   "realm": "KORVA Gateway",
   "activated": true,
-  "logLevel": 3,
+  "logLevel": 4,
   "auth": { "algorithm": "MD5", "maxAttempts": 5, "lockSeconds": 180, "nonceLifetimeSeconds": 300 },
   "network": { "httpPort": 80, "httpsPort": 443, "rtspPort": 554, "httpsEnabled": true,
                "portMapping": false, "extHttpPort": 8080, "extHttpsPort": 8443, "extRtspPort": 8554 },

@@ -23,6 +23,7 @@ constexpr const char* kPluginFile = "libkorva_protocol.so";
 
 void configureHost(const GatewayConfig& config) {
     korva::host::setLogLevel(config.logLevel);
+    korva::host::setRelayLimits(config.relayLimits);
     korva::host::setUserConfig(config.activated, config.realm);
     korva::host::setNetworkConfig(config.network);
     korva::host::setAccounts(config.users, config.auth);

@@ -255,7 +255,8 @@ void readLimits(const Reader& root, GatewayConfig* config) {
     const Reader reader = root.object("limits");
     reader.allowOnly({"ioThreads", "maxHeaderBytes", "maxBodyBytes", "idleTimeoutMs",
                       "writeTimeoutMs", "streamWriteWaitMs", "maxStreamQueueBytes",
-                      "maxConnections", "maxConnectionsPerClient", "maxTargetBytes"});
+                      "maxConnections", "maxConnectionsPerClient", "maxTargetBytes",
+                      "maxRelaysPerDevice", "maxRelaysPerClient", "maxRelays"});
     ServerLimits& limits = config->limits;
     config->ioThreads = reader.integer("ioThreads", 0, 0, 256);
     limits.maxHeaderBytes = static_cast<std::size_t>(
@@ -276,6 +277,10 @@ void readLimits(const Reader& root, GatewayConfig* config) {
         "maxConnectionsPerClient", static_cast<int>(limits.maxConnectionsPerClient), 1, 1000000));
     limits.maxTargetBytes = static_cast<std::size_t>(
         reader.integer("maxTargetBytes", static_cast<int>(limits.maxTargetBytes), 256, 1 << 20));
+    korva::host::RelayLimits& relays = config->relayLimits;
+    relays.maxPerDevice = reader.integer("maxRelaysPerDevice", relays.maxPerDevice, 1, 100000);
+    relays.maxPerClient = reader.integer("maxRelaysPerClient", relays.maxPerClient, 1, 100000);
+    relays.maxTotal = reader.integer("maxRelays", relays.maxTotal, 1, 100000);
 }
 
 bool validDevIndex(const std::string& devIndex) {

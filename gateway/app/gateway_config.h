@@ -33,13 +33,14 @@ struct GatewayConfig {
     std::string pluginPath;  // absolute, or "" for the library next to the executable
     std::string realm = "KORVA Gateway";
     bool activated = true;
-    int logLevel = 3;
+    int logLevel = 4;
     korva::host::AuthSettings auth;
     std::string adminToken;  // admin.token: "" for none; required off loopback
     std::optional<QXConfigMgr::NetworkPorts> network;
     std::vector<korva::host::Account> users;
     std::vector<DeviceConfig> devices;
     ServerLimits limits;
+    korva::host::RelayLimits relayLimits;
     int ioThreads = 0;  // 0: one per processor, at least 2
 };
 

@@ -5,6 +5,8 @@ list(APPEND KORVA_HOST_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/kvl_timer.cpp
   ${CMAKE_CURRENT_LIST_DIR}/kvl_thread_pool.cpp
   ${CMAKE_CURRENT_LIST_DIR}/host_log.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/async_log_writer.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/log_rate_limiter.cpp
   ${CMAKE_CURRENT_LIST_DIR}/host_util.cpp
   ${CMAKE_CURRENT_LIST_DIR}/host_config.cpp
   ${CMAKE_CURRENT_LIST_DIR}/json_text.cpp

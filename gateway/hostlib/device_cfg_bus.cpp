@@ -1,14 +1,20 @@
 // The device configuration bus: relays a plug-in's JSON request to a device endpoint on a bus
 // worker and calls the plug-in's completion routine exactly once, on a bus worker, with the
-// device's reply or, when none came in time, with the device-busy status object.
+// device's reply or, when none came in time, with the device-busy status object. Outstanding
+// relays are bounded per device, per client and in total (RelayLimits in host_control.h); a
+// relay whose request ends before the answer is released at once.
 #include "host/device_cfg_bus.h"
 
 #include <atomic>
 #include <chrono>
+#include <mutex>
 #include <optional>
+#include <unordered_map>
+#include <vector>
 
 #include "gateway/hostlib/bus_internal.h"
 #include "gateway/hostlib/deadline_timer.h"
+#include "gateway/hostlib/exchange_backend.h"
 #include "gateway/hostlib/task_queue.h"
 #include "host/qx_log.h"
 
@@ -19,8 +25,6 @@ constexpr char kModule[] = "DEVBUS";
 constexpr char kDeviceBusy[] =
     R"({"errorCode":536870916,"errorMsg":"deviceBusy","statusCode":2,"statusString":"Device Busy"})";
 constexpr size_t kWorkerThreads = 4;
-// Relays accepted but not yet completed; beyond this the bus refuses new ones.
-constexpr int kMaxOutstanding = 4096;
 
 // Results of QX_DeviceCfgBus_ProcessAsyn (the plug-in maps them to its error rows).
 enum : int { kAccepted = 0, kBadArguments = 1, kNoSuchDevice = 9, kBusFull = 10 };
@@ -46,33 +50,35 @@ std::optional<std::string> queryParameter(const std::string& url, const std::str
 }
 
 // One accepted relay. Shared by the worker running the device, the reply routine handed to the
-// device, and the deadline; whichever finishes it first wins, the others find it finished.
+// device, the deadline and the bus's index by handle; whichever finishes it first wins, the
+// others find it finished.
 struct Relay {
-    Relay(QX_DeviceCfgCallBack cb, void* data, std::string index, uint64_t deviceEpoch,
-          std::atomic<int>& outstandingCount)
-        : callback(cb),
-          userData(data),
-          devIndex(std::move(index)),
-          epoch(deviceEpoch),
-          outstanding(outstandingCount) {}
-    ~Relay() { release(); }
-    Relay(const Relay&) = delete;
-    Relay& operator=(const Relay&) = delete;
-
-    // Takes the relay off the outstanding count, once.
-    void release() {
-        if (counted.exchange(false)) outstanding.fetch_sub(1);
-    }
-
-    const QX_DeviceCfgCallBack callback;
-    void* const userData;
-    const std::string devIndex;
-    const uint64_t epoch;
-    std::atomic<int>& outstanding;
+    QX_DeviceCfgCallBack callback = nullptr;
+    void* userData = nullptr;
+    std::string devIndex;
+    uint64_t epoch = 0;
+    int retainedHandle = -1;  // the request's handle, retained in the registry until completion
+    std::string client;       // "" when the request has no client address
+    // Written before the relay is shared, read-only afterwards.
+    bool holdsSlots = false;
+    uint64_t generation = 0;
     std::atomic<bool> finished{false};
     std::atomic<uint64_t> deadlineId{0};
-    std::atomic<bool> counted{true};
 };
+
+// Why a relay is answered busy at once instead of reaching its device.
+enum class Admission { kSlots, kBusyDevice, kBusyClient, kClientGone, kFull };
+
+QXHttpService::ExchangeRegistry& exchanges() {
+    return QXHttpService::ExchangeRegistry::instance();
+}
+
+// The request handle of a relay: userData is the caller's DeviceCfgContext, if any.
+int requestHandle(const void* userData) {
+    return userData == nullptr ? -1 : static_cast<const DeviceCfgContext*>(userData)->httpHandle;
+}
+
+void onExchangeRemoved(int handle);
 
 class DeviceCfgBus {
   public:
@@ -88,29 +94,162 @@ class DeviceCfgBus {
         if (!devIndex || devIndex->empty()) return kBadArguments;
         std::optional<AttachedDevice> device = findAttachedDevice(*devIndex);
         if (!device) return kNoSuchDevice;
-        if (m_outstanding.fetch_add(1) >= kMaxOutstanding) {
-            m_outstanding.fetch_sub(1);
-            QX_Log_Print(5, kModule, "relay to %s refused: %d relays outstanding",
-                         devIndex->c_str(), kMaxOutstanding);
-            return kBusFull;
+
+        auto relay = std::make_shared<Relay>();
+        relay->callback = callback;
+        relay->userData = userData;
+        relay->devIndex = *devIndex;
+        relay->epoch = device->epoch;
+        const Admission admission = admit(relay, bindToRequest(*relay, requestHandle(userData)));
+        if (admission == Admission::kFull) return refuse(*relay);
+        if (admission != Admission::kSlots) {
+            answerBusyAtOnce(relay, admission);
+            return kAccepted;
         }
-        auto relay =
-            std::make_shared<Relay>(callback, userData, *devIndex, device->epoch, m_outstanding);
+        // The request may have ended between bindToRequest and admit, before the bus knew the
+        // relay: release it now.
+        if (relay->retainedHandle >= 0 && !exchanges().find(relay->retainedHandle)) {
+            clientLeft(relay->retainedHandle);
+            return kAccepted;
+        }
         DeviceRequest request{method, url.substr(0, url.find('?')), url, *devIndex, body};
         start(relay, std::move(device->endpoint), std::move(request), timeoutMs);
         return kAccepted;
     }
 
+    // The request of that handle ended (its answer went out, or its client left): relays still
+    // waiting for it are answered busy at once (nobody receives it) and free their slots.
+    void clientLeft(int handle) {
+        std::vector<std::shared_ptr<Relay>> waiting;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            auto [first, last] = m_byHandle.equal_range(handle);
+            for (auto it = first; it != last; ++it) waiting.push_back(it->second);
+        }
+        for (const auto& relay : waiting) {
+            if (!finish(relay, kDeviceBusy)) continue;
+            m_clientLeft.fetch_add(1);
+            QX_Log_Print(2, kModule, "relay to %s released: its client left",
+                         relay->devIndex.c_str());
+        }
+    }
+
+    void setLimits(const RelayLimits& limits) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_limits = limits;
+    }
+
+    RelayStats stats() const {
+        RelayStats stats;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            stats.outstanding = m_slotHolders;
+        }
+        stats.busyDevice = m_busyDevice.load();
+        stats.busyClient = m_busyClient.load();
+        stats.refusedFull = m_refusedFull.load();
+        stats.clientLeft = m_clientLeft.load();
+        stats.timedOut = m_timedOut.load();
+        return stats;
+    }
+
+    // Drops every queued relay and forgets the counts (their completions will never run).
     void stop() {
         m_deadlines.stop();
         m_workers.stop();
+        std::lock_guard<std::mutex> lock(m_mutex);
+        ++m_generation;
+        m_total = 0;
+        m_slotHolders = 0;
+        m_perDevice.clear();
+        m_perClient.clear();
+        m_byHandle.clear();
     }
 
   private:
+    DeviceCfgBus() { exchanges().setRemovalListener(&onExchangeRemoved); }
+
+    // Ties the relay to its request: retains the handle (so that it is not reused while the
+    // callback may rebuild the exchange from it) and takes the client's address. False when the
+    // request has ended already; true as well for a relay without request (handle -1).
+    static bool bindToRequest(Relay& relay, int handle) {
+        if (handle < 0) return true;
+        if (!exchanges().retain(handle)) return false;
+        relay.retainedHandle = handle;
+        const auto backend = exchanges().find(handle);
+        if (backend) relay.client = backend->peer();
+        return backend != nullptr;
+    }
+
+    int refuse(const Relay& relay) {
+        if (relay.retainedHandle >= 0) exchanges().release(relay.retainedHandle);
+        m_refusedFull.fetch_add(1);
+        QX_Log_Print(5, kModule, "relay to %s refused: %d relays outstanding",
+                     relay.devIndex.c_str(), limits().maxTotal);
+        return kBusFull;
+    }
+
+    // A relay that may not reach its device: the device-busy status goes to the callback now.
+    void answerBusyAtOnce(const std::shared_ptr<Relay>& relay, Admission admission) {
+        const RelayLimits bounds = limits();
+        if (admission == Admission::kBusyDevice) {
+            m_busyDevice.fetch_add(1);
+            QX_Log_Print(5, kModule, "relay to %s answered busy: %d relays wait for the device",
+                         relay->devIndex.c_str(), bounds.maxPerDevice);
+        } else if (admission == Admission::kBusyClient) {
+            m_busyClient.fetch_add(1);
+            QX_Log_Print(5, kModule, "relay to %s answered busy: %d relays of client %s wait",
+                         relay->devIndex.c_str(), bounds.maxPerClient, relay->client.c_str());
+        } else {
+            m_clientLeft.fetch_add(1);
+        }
+        finish(relay, kDeviceBusy);
+    }
+
+    // Counts the relay in, and decides whether it may reach its device.
+    Admission admit(const std::shared_ptr<Relay>& relay, bool clientPresent) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_total >= m_limits.maxTotal) return Admission::kFull;
+        ++m_total;
+        relay->generation = m_generation;
+        if (!clientPresent) return Admission::kClientGone;
+        if (countOf(m_perDevice, relay->devIndex) >= m_limits.maxPerDevice) {
+            return Admission::kBusyDevice;
+        }
+        if (!relay->client.empty() &&
+            countOf(m_perClient, relay->client) >= m_limits.maxPerClient) {
+            return Admission::kBusyClient;
+        }
+        ++m_perDevice[relay->devIndex];
+        if (!relay->client.empty()) ++m_perClient[relay->client];
+        if (relay->retainedHandle >= 0) m_byHandle.emplace(relay->retainedHandle, relay);
+        relay->holdsSlots = true;
+        ++m_slotHolders;
+        return Admission::kSlots;
+    }
+
+    RelayLimits limits() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_limits;
+    }
+
+    static int countOf(const std::unordered_map<std::string, int>& counts, const std::string& key) {
+        auto it = counts.find(key);
+        return it == counts.end() ? 0 : it->second;
+    }
+
+    // Counts drop out of the maps at zero, so the maps hold only devices and clients with relays.
+    static void decrement(std::unordered_map<std::string, int>& counts, const std::string& key) {
+        auto it = counts.find(key);
+        if (it != counts.end() && --it->second <= 0) counts.erase(it);
+    }
+
     void start(const std::shared_ptr<Relay>& relay, std::shared_ptr<DeviceEndpoint> endpoint,
                DeviceRequest request, int timeoutMs) {
         const auto when = DeadlineTimer::Clock::now() + std::chrono::milliseconds(timeoutMs);
         relay->deadlineId = m_deadlines.schedule(when, [this, relay] { timeOut(relay); });
+        // Finished meanwhile (its client left): the deadline would only hold the relay longer.
+        if (relay->finished) m_deadlines.cancel(relay->deadlineId);
         m_workers.post([this, relay, endpoint = std::move(endpoint), request = std::move(request)] {
             runDevice(relay, endpoint.get(), request);
         });
@@ -118,7 +257,7 @@ class DeviceCfgBus {
 
     void runDevice(const std::shared_ptr<Relay>& relay, DeviceEndpoint* endpoint,
                    const DeviceRequest& request) {
-        // Timed out while waiting for a worker, or a device without endpoint (never answers).
+        // Finished while waiting for a worker, or a device without endpoint (never answers).
         if (relay->finished || endpoint == nullptr) return;
         DeviceReply reply = [this, relay](std::string bytes) { onReply(relay, std::move(bytes)); };
         try {
@@ -138,32 +277,81 @@ class DeviceCfgBus {
                          relay->devIndex.c_str());
             return;
         }
-        if (relay->finished.exchange(true)) {
+        if (!finish(relay, std::move(bytes))) {
             QX_Log_Print(2, kModule, "late reply of device %s dropped", relay->devIndex.c_str());
-            return;
         }
-        m_deadlines.cancel(relay->deadlineId);
-        complete(relay, std::move(bytes));
     }
 
     void timeOut(const std::shared_ptr<Relay>& relay) {
-        if (relay->finished.exchange(true)) return;
+        if (!finish(relay, kDeviceBusy)) return;
+        m_timedOut.fetch_add(1);
         QX_Log_Print(3, kModule, "device %s did not answer in time", relay->devIndex.c_str());
-        complete(relay, kDeviceBusy);
     }
 
-    // Calls the plug-in's routine on a worker (never on the thread that delivered the reply).
-    void complete(const std::shared_ptr<Relay>& relay, std::string bytes) {
-        m_workers.post([relay, bytes = std::move(bytes)] {
+    // Ends the relay once: frees its device and client slots at once, and calls the plug-in's
+    // routine on a worker (never on the thread that delivered the reply, and without a lock).
+    // False when the relay was finished already.
+    bool finish(const std::shared_ptr<Relay>& relay, std::string bytes) {
+        if (relay->finished.exchange(true)) return false;
+        if (relay->holdsSlots) {
+            freeSlots(*relay);
+            if (const uint64_t id = relay->deadlineId) m_deadlines.cancel(id);
+        }
+        m_workers.post([this, relay, bytes = std::move(bytes)] {
             relay->callback(bytes.data(), static_cast<int>(bytes.size()), relay->userData);
-            relay->release();
+            completed(*relay);
         });
+        return true;
     }
 
+    void freeSlots(const Relay& relay) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (relay.generation != m_generation) return;
+        decrement(m_perDevice, relay.devIndex);
+        if (!relay.client.empty()) decrement(m_perClient, relay.client);
+        auto [first, last] = m_byHandle.equal_range(relay.retainedHandle);
+        for (auto it = first; it != last; ++it) {
+            if (it->second.get() == &relay) {
+                m_byHandle.erase(it);
+                break;
+            }
+        }
+        --m_slotHolders;
+    }
+
+    // The plug-in's routine has returned: the relay no longer refers to its request.
+    void completed(const Relay& relay) {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            if (relay.generation == m_generation) --m_total;
+        }
+        if (relay.retainedHandle >= 0) exchanges().release(relay.retainedHandle);
+    }
+
+    // Each accepted relay has at most one device task and one completion queued, so the queue
+    // holds at most 2 * maxTotal tasks.
     TaskQueue m_workers{"device-bus", kWorkerThreads, 0};
     DeadlineTimer m_deadlines;
-    std::atomic<int> m_outstanding{0};
+
+    mutable std::mutex m_mutex;  // guards what follows; never held while calling out
+    RelayLimits m_limits;
+    uint64_t m_generation = 0;  // bumped by stop: older relays are no longer counted
+    int m_total = 0;            // accepted relays whose completion has not returned
+    uint64_t m_slotHolders = 0;
+    std::unordered_map<std::string, int> m_perDevice;
+    std::unordered_map<std::string, int> m_perClient;
+    std::unordered_multimap<int, std::shared_ptr<Relay>> m_byHandle;
+
+    std::atomic<uint64_t> m_busyDevice{0};
+    std::atomic<uint64_t> m_busyClient{0};
+    std::atomic<uint64_t> m_refusedFull{0};
+    std::atomic<uint64_t> m_clientLeft{0};
+    std::atomic<uint64_t> m_timedOut{0};
 };
+
+void onExchangeRemoved(int handle) {
+    DeviceCfgBus::instance().clientLeft(handle);
+}
 
 }  // namespace
 
@@ -172,6 +360,18 @@ void stopDeviceCfgBus() {
 }
 
 }  // namespace korva::host::detail
+
+namespace korva::host {
+
+void setRelayLimits(const RelayLimits& limits) {
+    detail::DeviceCfgBus::instance().setLimits(limits);
+}
+
+RelayStats relayStats() {
+    return detail::DeviceCfgBus::instance().stats();
+}
+
+}  // namespace korva::host
 
 int QX_DeviceCfgBus_ProcessAsyn(int method, std::string jsonUrl, const std::string& jsonBody,
                                 QX_DeviceCfgCallBack callback, void* userData, int timeoutMs) {

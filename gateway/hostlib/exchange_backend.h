@@ -3,6 +3,9 @@
 // forwards to it; ExchangeRegistry maps integer handles to live backends.
 #pragma once
 
+#include <atomic>
+#include <climits>
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -13,7 +16,7 @@
 namespace QXHttpService {
 
 class ExchangeBackend {
-public:
+  public:
     virtual ~ExchangeBackend() = default;
 
     // Request side (immutable once the backend is registered).
@@ -31,30 +34,65 @@ public:
 
     // Handle assigned by ExchangeRegistry::add (-1 before).
     int handle() const { return m_handle; }
+    // The client's network address without port ("" when unknown): the device configuration
+    // bus bounds the relays of one client by it.
+    virtual std::string peer() const { return {}; }
 
-private:
+  private:
     friend class ExchangeRegistry;
     int m_handle = -1;
 };
 
-// Process-wide map from handle to backend. Handles count up from 1 and are never reused.
-// Thread-safe.
+// Map from handle to backend; one process-wide instance (tests may build their own).
+//
+// Handles run from 1 to lastHandle; the counter wraps round and skips every handle still in the
+// table, so a handle is reused only when nothing refers to it any more. A handle stays in the
+// table while its backend is registered (until remove(), or until the backend is destroyed) and
+// while a relay retains it (until release()). The table holds at most `capacity` handles; add()
+// refuses with -1 when it is full. Thread-safe; the removal listener runs outside the lock.
 class ExchangeRegistry {
-public:
-    static ExchangeRegistry& instance();
+  public:
+    // Far above the connections a gateway keeps open plus the relays it may have outstanding.
+    static constexpr size_t kDefaultCapacity = 65536;
+    // Called with the handle after each remove(), on the removing thread, without locks held.
+    using RemovalListener = void (*)(int handle);
 
-    // Registers the backend and returns its new handle.
+    static ExchangeRegistry& instance();
+    explicit ExchangeRegistry(size_t capacity = kDefaultCapacity, int lastHandle = INT_MAX);
+    ExchangeRegistry(const ExchangeRegistry&) = delete;
+    ExchangeRegistry& operator=(const ExchangeRegistry&) = delete;
+
+    // Registers the backend and returns its new handle; -1 for a null backend or a full table.
     int add(const std::shared_ptr<ExchangeBackend>& backend);
     // The backend of a handle, or null once removed.
     std::shared_ptr<ExchangeBackend> find(int handle) const;
-    // Forgets the handle; exchanges rebuilt from it afterwards are detached.
+    // Forgets the backend; exchanges rebuilt from the handle afterwards are detached. Then tells
+    // the removal listener.
     void remove(int handle);
+    // Keeps a registered handle from being reused until the matching release(), even once it is
+    // removed. False (nothing retained) when the handle has no registered backend.
+    bool retain(int handle);
+    void release(int handle);
+    void setRemovalListener(RemovalListener listener) { m_listener.store(listener); }
+    // Registered backends that are still alive.
     size_t size() const;
 
-private:
+  private:
+    struct Entry {
+        std::weak_ptr<ExchangeBackend> backend;  // reset by remove()
+        int retained = 0;
+    };
+
+    int nextFreeHandleLocked();
+    void sweepLocked();
+
+    const size_t m_capacity;
+    const int m_lastHandle;
+    std::atomic<RemovalListener> m_listener{nullptr};
     mutable std::mutex m_mutex;
     int m_next = 1;
-    std::unordered_map<int, std::weak_ptr<ExchangeBackend>> m_backends;
+    size_t m_liveAtSweep = 0;
+    std::unordered_map<int, Entry> m_entries;
 };
 
 }  // namespace QXHttpService

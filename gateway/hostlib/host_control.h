@@ -3,6 +3,7 @@
 // plug-in. All functions are thread-safe unless noted.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -89,6 +90,31 @@ bool detachDevice(const std::string& devIndex);
 // Forgets every device (no notifications).
 void clearDevices();
 
+// Bounds on outstanding relays, so that one device or one client cannot take the whole bus. A
+// relay holds a device slot and a client slot from acceptance until its answer (or the timeout,
+// or its client leaving); beyond a device's or a client's bound the relay is still accepted but
+// answered at once, on a bus thread, with the device-busy status object (the client gets 503 and
+// may retry). maxTotal also counts answers not yet delivered; beyond it QX_DeviceCfgBus_ProcessAsyn
+// refuses with result 10. A relay whose request ends (the client left) is answered at once with
+// the device-busy status (nobody receives it) and frees its slots; the device's answer is then
+// dropped on arrival.
+struct RelayLimits {
+    int maxPerDevice = 256;  // relays waiting for one device (a burst of requests included)
+    int maxPerClient = 512;  // relays of one client address (ExchangeBackend::peer)
+    int maxTotal = 4096;     // relays of the whole bus
+};
+void setRelayLimits(const RelayLimits& limits);
+
+struct RelayStats {
+    uint64_t outstanding = 0;  // relays holding slots now
+    uint64_t busyDevice = 0;   // answered busy at once: the device's bound was reached
+    uint64_t busyClient = 0;   // answered busy at once: the client's bound was reached
+    uint64_t refusedFull = 0;  // refused with result 10: maxTotal reached
+    uint64_t clientLeft = 0;   // released because the request ended before the answer
+    uint64_t timedOut = 0;     // answered busy because the device did not answer in time
+};
+RelayStats relayStats();
+
 struct DeviceState {
     std::string devIndex;
     bool attached = false;
@@ -114,12 +140,30 @@ std::vector<SubscriptionState> listSubscriptions();
 void flushAlarms();
 
 // ---- Logging -------------------------------------------------------------------------------
+//
+// QX_Log_Print formats the line on the caller's thread and hands it to one writer thread through
+// a bounded queue (kLogQueueBytes); the caller never waits for stderr. When the queue is full the
+// line is dropped and counted. Level-5 lines of one cause (the same format string) are limited
+// to kLogCauseLinesPerSecond per second; the next line of that cause after the second reports
+// "suppressed K similar lines". The queue is flushed at exit.
 
-// Lines below this level are dropped (default 3).
+constexpr size_t kLogQueueBytes = 1 << 20;
+constexpr int kLogCauseLinesPerSecond = 20;
+
+// Lines below this level are dropped (default 4).
 void setLogLevel(int level);
-// Receives every line that passes the level, instead of stderr. Empty: back to stderr.
+// Receives every line that passes the level and the rate limit, instead of stderr, synchronously
+// on the logging thread (tests). Empty: back to the asynchronous stderr writer.
 using LogSink = std::function<void(int level, const std::string& module, const std::string& text)>;
 void setLogSink(LogSink sink);
+// Waits (at most 2 s) until every line queued for stderr before the call has been written.
+void flushLog();
+
+struct LogStats {
+    uint64_t dropped = 0;     // lines lost because the writer's queue was full
+    uint64_t suppressed = 0;  // level-5 lines held back by the rate limit
+};
+LogStats logStats();
 
 // ---- Clock and timers (tests) ----------------------------------------------------------------
 

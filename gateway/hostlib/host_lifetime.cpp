@@ -11,6 +11,7 @@ void shutdown() {
     detail::stopAlarmBus();
     detail::stopDeviceNotifications();
     detail::stopRuntimeThreads();
+    flushLog();
 }
 
 }  // namespace korva::host

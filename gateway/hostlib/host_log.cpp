@@ -1,4 +1,5 @@
-// The host logging function: "<time> <level> [<module>] <text>" to stderr or to a sink.
+// The host logging function: "<time> <level> [<module>] <text>" to stderr (through the
+// asynchronous writer) or to a test sink; level-5 lines rate-limited per format string.
 #include <unistd.h>
 
 #include <atomic>
@@ -6,17 +7,23 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <mutex>
 #include <string>
 
+#include "gateway/hostlib/async_log_writer.h"
 #include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/log_rate_limiter.h"
 #include "host/qx_log.h"
 
 namespace {
 
-std::atomic<int> g_level{3};
+using korva::host::detail::AsyncLogWriter;
+using korva::host::detail::LogRateLimiter;
+
+std::atomic<int> g_level{4};
 
 struct SinkHolder {
     std::mutex mutex;
@@ -26,6 +33,30 @@ struct SinkHolder {
 SinkHolder& sinkHolder() {
     static SinkHolder* holder = new SinkHolder;  // never destroyed: logging works until exit
     return *holder;
+}
+
+void writeAll(int fd, const std::string& bytes);
+
+void flushAtExit() {
+    korva::host::flushLog();
+}
+
+// Never destroyed: lines may be logged until exit, when flushAtExit writes what is queued.
+AsyncLogWriter& stderrWriter() {
+    static AsyncLogWriter* writer = [] {
+        auto* created =
+            new AsyncLogWriter(korva::host::kLogQueueBytes,
+                               [](const std::string& bytes) { writeAll(STDERR_FILENO, bytes); });
+        std::atexit(flushAtExit);
+        return created;
+    }();
+    return *writer;
+}
+
+LogRateLimiter& failureLimiter() {
+    static auto* limiter =
+        new LogRateLimiter(korva::host::kLogCauseLinesPerSecond, std::chrono::seconds(1), 1024);
+    return *limiter;
 }
 
 // Local time with milliseconds: 2024-05-01T12:00:00.123+02:00.
@@ -42,7 +73,8 @@ std::string logTime() {
     char text[96];
     std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03d%c%02d:%02d",
                   tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec,
-                  ms, offset < 0 ? '-' : '+', static_cast<int>(absOffset / 3600 % 100), static_cast<int>(absOffset % 3600 / 60));
+                  ms, offset < 0 ? '-' : '+', static_cast<int>(absOffset / 3600 % 100),
+                  static_cast<int>(absOffset % 3600 / 60));
     return text;
 }
 
@@ -60,18 +92,14 @@ void writeAll(int fd, const std::string& bytes) {
 
 }  // namespace
 
-void QX_Log_Print(int level, const char* module, const char* format, ...) {
-    if (level < g_level.load(std::memory_order_relaxed) || format == nullptr) return;
-    const int savedErrno = errno;  // callers may log errno-dependent text after this call
+namespace {
 
-    std::string text;
-    va_list args;
-    va_start(args, format);
+std::string formatText(const char* format, va_list args) {
     va_list copy;
     va_copy(copy, args);
     char small[512];
     const int needed = std::vsnprintf(small, sizeof small, format, args);
-    va_end(args);
+    std::string text;
     if (needed < 0) {
         text = format;  // a broken format: log it verbatim rather than nothing
     } else if (static_cast<size_t>(needed) < sizeof small) {
@@ -83,8 +111,11 @@ void QX_Log_Print(int level, const char* module, const char* format, ...) {
     }
     va_end(copy);
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+    return text;
+}
 
-    const std::string tag = module != nullptr ? module : "";
+// Hands one line to the test sink, or to the stderr writer as "<time> <level> [<tag>] <text>".
+void emit(int level, const std::string& tag, const std::string& text) {
     std::shared_ptr<const korva::host::LogSink> sink;
     {
         SinkHolder& holder = sinkHolder();
@@ -93,23 +124,53 @@ void QX_Log_Print(int level, const char* module, const char* format, ...) {
     }
     if (sink) {
         (*sink)(level, tag, text);
-    } else {
-        std::string line = logTime();
-        line += ' ';
-        line += std::to_string(level);
-        line += " [";
-        line += tag;
-        line += "] ";
-        line += text;
-        line += '\n';
-        writeAll(STDERR_FILENO, line);  // one write: lines of concurrent callers do not mix
+        return;
     }
+    std::string line = logTime();
+    line += ' ';
+    line += std::to_string(level);
+    line += " [";
+    line += tag;
+    line += "] ";
+    line += text;
+    line += '\n';
+    stderrWriter().push(line);
+}
+
+}  // namespace
+
+void QX_Log_Print(int level, const char* module, const char* format, ...) {
+    if (level < g_level.load(std::memory_order_relaxed) || format == nullptr) return;
+    const int savedErrno = errno;  // callers may log errno-dependent text after this call
+    const std::string tag = module != nullptr ? module : "";
+
+    if (level >= 5) {
+        // One cause per format string: a flood of one failure must not bury the others.
+        const auto verdict = failureLimiter().admit(format, LogRateLimiter::Clock::now());
+        if (!verdict.pass) {
+            errno = savedErrno;
+            return;
+        }
+        if (verdict.suppressedBefore != 0) {
+            emit(level, tag,
+                 "suppressed " + std::to_string(verdict.suppressedBefore) +
+                     " similar lines: " + format);
+        }
+    }
+
+    va_list args;
+    va_start(args, format);
+    const std::string text = formatText(format, args);
+    va_end(args);
+    emit(level, tag, text);
     errno = savedErrno;
 }
 
 namespace korva::host {
 
-void setLogLevel(int level) { g_level.store(level, std::memory_order_relaxed); }
+void setLogLevel(int level) {
+    g_level.store(level, std::memory_order_relaxed);
+}
 
 void setLogSink(LogSink sink) {
     std::shared_ptr<const LogSink> next;
@@ -117,6 +178,14 @@ void setLogSink(LogSink sink) {
     SinkHolder& holder = sinkHolder();
     std::lock_guard<std::mutex> lock(holder.mutex);
     holder.sink = std::move(next);
+}
+
+void flushLog() {
+    stderrWriter().flush(std::chrono::seconds(2));
+}
+
+LogStats logStats() {
+    return {stderrWriter().dropped(), failureLimiter().suppressed()};
 }
 
 }  // namespace korva::host

@@ -2,7 +2,6 @@
 #include "host/http_exchange.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <iterator>
 
 #include "gateway/hostlib/exchange_backend.h"
@@ -17,7 +16,9 @@ CHttpExchange::CHttpExchange(std::shared_ptr<ExchangeBackend> backend)
 
 CHttpExchange::~CHttpExchange() = default;
 
-std::string CHttpExchange::getUrl() const { return m_backend ? m_backend->url() : std::string(); }
+std::string CHttpExchange::getUrl() const {
+    return m_backend ? m_backend->url() : std::string();
+}
 
 unsigned char CHttpExchange::getMethod() const {
     return m_backend ? m_backend->method() : static_cast<unsigned char>(kMethodOther);
@@ -27,7 +28,9 @@ std::string CHttpExchange::getHead(const std::string& name) const {
     return m_backend ? m_backend->header(name) : std::string();
 }
 
-int CHttpExchange::getHttpHandle() const { return m_backend ? m_backend->handle() : -1; }
+int CHttpExchange::getHttpHandle() const {
+    return m_backend ? m_backend->handle() : -1;
+}
 
 void CHttpExchange::setHead(const std::string& name, const std::string& value) {
     if (m_backend) m_backend->setHeader(name, value);
@@ -49,52 +52,92 @@ int CHttpExchange::response(const void* data, int length) {
     return m_backend ? m_backend->respond(data, length) : kLinkBroken;
 }
 
-bool CHttpExchange::isAttached() const { return m_backend != nullptr; }
-
-namespace {
-// Live entries after the last sweep of expired ones (guarded by the registry's mutex; the
-// registry is a process-wide singleton).
-size_t g_liveAtSweep = 0;
-}  // namespace
+bool CHttpExchange::isAttached() const {
+    return m_backend != nullptr;
+}
 
 ExchangeRegistry& ExchangeRegistry::instance() {
     static ExchangeRegistry* registry = new ExchangeRegistry;  // never destroyed
     return *registry;
 }
 
+ExchangeRegistry::ExchangeRegistry(size_t capacity, int lastHandle)
+    : m_capacity(std::max<size_t>(capacity, 1)), m_lastHandle(std::max(lastHandle, 1)) {}
+
 int ExchangeRegistry::add(const std::shared_ptr<ExchangeBackend>& backend) {
     if (!backend) return -1;
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_next == INT32_MAX) return -1;  // handles are never reused
-    // Backends that died without remove() leave expired entries: sweep them now and then so
-    // that the map stays as large as the live exchanges (amortised constant cost).
-    if (m_backends.size() >= 64 && m_backends.size() >= 2 * g_liveAtSweep) {
-        for (auto it = m_backends.begin(); it != m_backends.end();) {
-            it = it->second.expired() ? m_backends.erase(it) : std::next(it);
-        }
-        g_liveAtSweep = m_backends.size();
+    // Backends that died without remove() leave dead entries: sweep them now and then so that
+    // the table stays as large as what is still referred to (amortised constant cost), and
+    // before refusing for want of room.
+    if ((m_entries.size() >= 64 && m_entries.size() >= 2 * m_liveAtSweep) ||
+        m_entries.size() >= m_capacity) {
+        sweepLocked();
     }
-    const int handle = m_next++;
+    if (m_entries.size() >= m_capacity) return -1;
+    const int handle = nextFreeHandleLocked();
     backend->m_handle = handle;
-    m_backends.emplace(handle, backend);
+    m_entries.emplace(handle, Entry{backend, 0});
     return handle;
+}
+
+int ExchangeRegistry::nextFreeHandleLocked() {
+    // The table is smaller than the handle range, so a free handle comes within size()+1 steps.
+    for (;;) {
+        const int handle = m_next;
+        m_next = m_next >= m_lastHandle ? 1 : m_next + 1;
+        if (m_entries.count(handle) == 0) return handle;
+    }
+}
+
+void ExchangeRegistry::sweepLocked() {
+    for (auto it = m_entries.begin(); it != m_entries.end();) {
+        const bool dead = it->second.retained == 0 && it->second.backend.expired();
+        it = dead ? m_entries.erase(it) : std::next(it);
+    }
+    m_liveAtSweep = m_entries.size();
 }
 
 std::shared_ptr<ExchangeBackend> ExchangeRegistry::find(int handle) const {
     std::lock_guard<std::mutex> lock(m_mutex);
-    auto it = m_backends.find(handle);
-    return it == m_backends.end() ? nullptr : it->second.lock();
+    auto it = m_entries.find(handle);
+    return it == m_entries.end() ? nullptr : it->second.backend.lock();
 }
 
 void ExchangeRegistry::remove(int handle) {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        auto it = m_entries.find(handle);
+        if (it == m_entries.end()) return;
+        if (it->second.retained == 0) {
+            m_entries.erase(it);
+        } else {
+            it->second.backend.reset();
+        }
+    }
+    if (RemovalListener listener = m_listener.load()) listener(handle);
+}
+
+bool ExchangeRegistry::retain(int handle) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_backends.erase(handle);
+    auto it = m_entries.find(handle);
+    if (it == m_entries.end() || it->second.backend.expired()) return false;
+    ++it->second.retained;
+    return true;
+}
+
+void ExchangeRegistry::release(int handle) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    auto it = m_entries.find(handle);
+    if (it == m_entries.end() || it->second.retained == 0) return;
+    if (--it->second.retained == 0 && it->second.backend.expired()) m_entries.erase(it);
 }
 
 size_t ExchangeRegistry::size() const {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return static_cast<size_t>(std::count_if(m_backends.begin(), m_backends.end(),
-                                             [](const auto& entry) { return !entry.second.expired(); }));
+    return static_cast<size_t>(
+        std::count_if(m_entries.begin(), m_entries.end(),
+                      [](const auto& entry) { return !entry.second.backend.expired(); }));
 }
 
 }  // namespace QXHttpService

@@ -34,7 +34,8 @@ ConnectionExchange::ConnectionExchange(const std::shared_ptr<Connection>& connec
       m_serial(connection->requestSerial()),
       m_request(std::move(request)),
       m_url(m_request.target()),
-      m_method(methodCode(m_request.method())) {}
+      m_method(methodCode(m_request.method())),
+      m_peerAddress(connection->peer().substr(0, connection->peer().rfind(':'))) {}
 
 std::string ConnectionExchange::header(const std::string& name) const {
     const auto it = m_request.find(name);

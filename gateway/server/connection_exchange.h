@@ -32,6 +32,7 @@ class ConnectionExchange : public QXHttpService::ExchangeBackend {
     std::string url() const override { return m_url; }
     unsigned char method() const override { return m_method; }
     std::string header(const std::string& name) const override;
+    std::string peer() const override { return m_peerAddress; }
 
     void setHeader(const std::string& name, const std::string& value) override;
     void setStatus(int status) override;
@@ -66,6 +67,7 @@ class ConnectionExchange : public QXHttpService::ExchangeBackend {
     const HttpRequest m_request;
     const std::string m_url;
     const unsigned char m_method;
+    const std::string m_peerAddress;  // the connection's peer without port
 
     mutable std::mutex m_mutex;
     int m_status = 200;

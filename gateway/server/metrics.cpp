@@ -2,6 +2,8 @@
 
 #include <sstream>
 
+#include "gateway/hostlib/host_control.h"
+
 namespace korva::gateway {
 
 namespace {
@@ -30,6 +32,34 @@ void Metrics::observeRelayLatency(std::chrono::steady_clock::duration elapsed) {
 
 void Metrics::countStreamPart(bool heartbeat) {
     (heartbeat ? m_heartbeatsDelivered : m_alarmsDelivered).fetch_add(1, kRelaxed);
+}
+
+// The device configuration bus and the log keep their own counts in the host library.
+void Metrics::renderHostCounters(std::ostringstream& out) {
+    const korva::host::RelayStats relays = korva::host::relayStats();
+    out << "# HELP korva_relays_outstanding Relays waiting for a device's answer.\n"
+           "# TYPE korva_relays_outstanding gauge\n"
+        << "korva_relays_outstanding " << relays.outstanding << "\n";
+    out << "# HELP korva_relays_ended_early_total Relays that ended without their device's "
+           "answer, by reason (bus_full: refused).\n"
+           "# TYPE korva_relays_ended_early_total counter\n";
+    const std::pair<const char*, std::uint64_t> reasons[] = {{"device_bound", relays.busyDevice},
+                                                             {"client_bound", relays.busyClient},
+                                                             {"bus_full", relays.refusedFull},
+                                                             {"client_left", relays.clientLeft},
+                                                             {"timeout", relays.timedOut}};
+    for (const auto& [reason, count] : reasons) {
+        out << "korva_relays_ended_early_total{reason=\"" << reason << "\"} " << count << "\n";
+    }
+    const korva::host::LogStats log = korva::host::logStats();
+    out << "# HELP korva_log_lines_dropped_total Log lines lost because the log writer was "
+           "behind.\n"
+           "# TYPE korva_log_lines_dropped_total counter\n"
+        << "korva_log_lines_dropped_total " << log.dropped << "\n";
+    out << "# HELP korva_log_lines_suppressed_total Repeated failure lines held back by the rate "
+           "limit.\n"
+           "# TYPE korva_log_lines_suppressed_total counter\n"
+        << "korva_log_lines_suppressed_total " << log.suppressed << "\n";
 }
 
 std::string Metrics::render(std::size_t openConnections) const {
@@ -77,6 +107,7 @@ std::string Metrics::render(std::size_t openConnections) const {
     out << "# HELP korva_alarms_refused_total Alarms refused because the alarm bus was full.\n"
            "# TYPE korva_alarms_refused_total counter\n"
         << "korva_alarms_refused_total " << m_alarmsRefused.load(kRelaxed) << "\n";
+    renderHostCounters(out);
     return out.str();
 }
 

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <iosfwd>
 #include <string>
 
 namespace korva::gateway {
@@ -43,6 +44,8 @@ class Metrics {
                                                               0.05,  0.1,    0.5,   1.0,  10.0};
 
   private:
+    static void renderHostCounters(std::ostringstream& out);
+
     std::array<std::atomic<std::uint64_t>, 600> m_answersByStatus{};
     std::array<std::atomic<std::uint64_t>, kLatencyBounds.size() + 1> m_latencyBuckets{};
     std::atomic<std::uint64_t> m_latencyCount{0};

@@ -52,6 +52,11 @@ void PluginHandler::onRequest(const std::shared_ptr<Connection>& connection,
                                             : std::string(request.method_string())};
     auto backend = std::make_shared<ConnectionExchange>(connection, std::move(request));
     const int handle = QXHttpService::ExchangeRegistry::instance().add(backend);
+    if (handle < 0) {  // every handle is in use: refuse now, the plug-in could not answer later
+        connection->answer(503, {{"Content-Type", "application/json"}, {"Retry-After", "1"}},
+                           jsonError(503, "too many requests in progress"));
+        return;
+    }
     connection->setRequestCleanup([backend, handle] {
         backend->finish();
         QXHttpService::ExchangeRegistry::instance().remove(handle);

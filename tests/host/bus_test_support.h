@@ -10,6 +10,8 @@
 #include <thread>
 #include <vector>
 
+#include "host/device_cfg_bus.h"
+
 namespace korva::testing {
 
 using namespace std::chrono_literals;
@@ -65,10 +67,22 @@ struct Completion {
     std::thread::id thread;
 };
 
-// A QX_DeviceCfgCallBack whose userData is a CallLog<Completion>.
+// The userData of a relay in the bus tests: the DeviceCfgContext the bus reads (httpHandle -1:
+// no request behind it), carrying the log of its completions in `handler`.
+struct RelayProbe {
+    explicit RelayProbe(int httpHandle = -1) : context{httpHandle, 0, nullptr, &log} {}
+    RelayProbe(const RelayProbe&) = delete;
+    RelayProbe& operator=(const RelayProbe&) = delete;
+
+    CallLog<Completion> log;
+    DeviceCfgContext context;
+};
+
+// A QX_DeviceCfgCallBack whose userData is the context of a RelayProbe.
 inline int recordCompletion(const char* data, int length, void* userData) {
-    static_cast<CallLog<Completion>*>(userData)->add(
-        Completion{std::string(data, static_cast<size_t>(length)), std::this_thread::get_id()});
+    static_cast<CallLog<Completion>*>(static_cast<DeviceCfgContext*>(userData)->handler)
+        ->add(
+            Completion{std::string(data, static_cast<size_t>(length)), std::this_thread::get_id()});
     return 0;
 }
 

@@ -1,22 +1,33 @@
-// Logging, nonces, ISO time and the configuration snapshots.
+// Logging (level, line format, the bounded writer, the rate limit), nonces, ISO time and the
+// configuration snapshots.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
+#include <mutex>
 #include <regex>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "gateway/hostlib/async_log_writer.h"
 #include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/log_rate_limiter.h"
 #include "host/config_mgr.h"
 #include "host/host_util.h"
 #include "host/qx_log.h"
+
+using namespace std::chrono_literals;
 
 TEST(Log, LevelThresholdFormattingAndLongLines) {
     std::vector<std::string> lines;
     korva::host::setLogSink([&](int level, const std::string& module, const std::string& text) {
         lines.push_back(std::to_string(level) + " " + module + " " + text);
     });
+    QX_Log_Print(3, "QXW", "below the default level 4");
+    korva::host::setLogLevel(3);
     QX_Log_Print(2, "QXW", "[%s(%d)] dropped", "f", 1);
     QX_Log_Print(3, "QXW", "[%s(%d)] kept %s", "CEventPto::start", 42, "ok");
     QX_Log_Print(5, nullptr, "failure %x", 0x20000004u);
@@ -38,6 +49,7 @@ TEST(Log, WritesOneLineToStandardError) {
     const int saved = dup(STDERR_FILENO);
     dup2(fd, STDERR_FILENO);
     QX_Log_Print(4, "QXW", "hello %d", 7);
+    korva::host::flushLog();  // the line is written by the log's own thread
     dup2(saved, STDERR_FILENO);
     close(saved);
     std::string text(256, '\0');
@@ -47,8 +59,65 @@ TEST(Log, WritesOneLineToStandardError) {
     ASSERT_GT(n, 0);
     text.resize(static_cast<size_t>(n));
     EXPECT_TRUE(std::regex_match(
-        text, std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d 4 \[QXW\] hello 7\n)")))
+        text,
+        std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d 4 \[QXW\] hello 7\n)")))
         << text;
+}
+
+TEST(Log, TheWriterQueueIsBoundedCountsDropsAndKeepsOrder) {
+    std::mutex gate;
+    std::unique_lock<std::mutex> blocked(gate);  // the writer waits on its first batch
+    std::string written;
+    std::atomic<bool> writing{false};
+    {
+        korva::host::detail::AsyncLogWriter writer(16, [&](const std::string& bytes) {
+            writing = true;
+            std::lock_guard<std::mutex> wait(gate);
+            written += bytes;
+        });
+        EXPECT_TRUE(writer.push("first\n"));
+        while (!writing) std::this_thread::sleep_for(1ms);  // "first" has left the queue
+        EXPECT_TRUE(writer.push("0123456789\n"));
+        EXPECT_FALSE(writer.push("abcdef\n"));  // 11 + 7 bytes do not fit in 16
+        EXPECT_TRUE(writer.push("abcd\n"));
+        EXPECT_EQ(1u, writer.dropped());
+        blocked.unlock();
+        EXPECT_TRUE(writer.flush(2s));
+        EXPECT_EQ("first\n0123456789\nabcd\n", written);
+        EXPECT_TRUE(writer.push("last\n"));
+    }  // the destructor writes what is queued
+    EXPECT_EQ("first\n0123456789\nabcd\nlast\n", written);
+}
+
+TEST(Log, RepeatedFailuresOfOneCauseAreLimitedPerSecond) {
+    using Limiter = korva::host::detail::LogRateLimiter;
+    Limiter limiter(3, 1s, 2);
+    const auto t0 = Limiter::Clock::time_point{};
+    const char* causeA = "a";
+    const char* causeB = "b";
+    std::string verdicts;
+    for (int i = 0; i < 5; ++i) verdicts += limiter.admit(causeA, t0).pass ? 'p' : 's';
+    EXPECT_EQ("pppss", verdicts);
+    EXPECT_TRUE(limiter.admit(causeB, t0 + 10ms).pass);  // another cause is not affected
+    EXPECT_FALSE(limiter.admit(causeA, t0 + 999ms).pass);
+    const auto next = limiter.admit(causeA, t0 + 1s);
+    EXPECT_TRUE(next.pass);
+    EXPECT_EQ(3u, next.suppressedBefore);  // reported once, with the cause's next line
+    EXPECT_EQ(0u, limiter.admit(causeA, t0 + 1s).suppressedBefore);
+    EXPECT_TRUE(limiter.admit("c", t0 + 1s).pass);  // beyond the table: not limited
+    EXPECT_EQ(3u, limiter.suppressed());
+
+    // Through the log function: level-5 lines of one format, with a test sink.
+    std::vector<std::string> lines;
+    korva::host::setLogSink(
+        [&](int, const std::string&, const std::string& text) { lines.push_back(text); });
+    for (int i = 0; i < korva::host::kLogCauseLinesPerSecond + 5; ++i) {
+        QX_Log_Print(5, "QXW", "peer gone %d", i);
+        QX_Log_Print(4, "QXW", "level 4 is not limited");
+    }
+    korva::host::setLogSink(nullptr);
+    EXPECT_EQ(static_cast<size_t>(2 * korva::host::kLogCauseLinesPerSecond + 5), lines.size());
+    EXPECT_EQ(5u, korva::host::logStats().suppressed);
 }
 
 TEST(HostUtil, NoncesAreFreshAndPrintableTimeIsIso8601) {
