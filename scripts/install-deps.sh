@@ -8,6 +8,7 @@ PACKAGES=(
   libjsoncpp-dev libpugixml-dev libboost-dev libssl-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   curl python3 python3-requests
+  clang libclang-rt-14-dev
 )
 
 missing=()
