@@ -9,6 +9,7 @@ PACKAGES=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   curl python3 python3-requests
   nginx python3-matplotlib  # bench/: the reference server of http_vs_nginx.py, soak.py's plot
+  clang libclang-rt-14-dev  # fuzz/: libFuzzer
 )
 
 missing=()
