@@ -37,7 +37,7 @@ class Reader {
         for (const auto& name : m_object.getMemberNames()) {
             bool known = false;
             for (const char* allowed : names) known = known || name == allowed;
-            if (!known) fail(name, "unknown member");
+            if (!known) fail(name.empty() ? "\"\"" : name, "unknown member");  // name the empty one
         }
     }
     std::string text(const char* name, const std::string& fallback, bool allowEmpty = false) const {

@@ -43,7 +43,7 @@ DeviceProfile parseProfile(const Json::Value& root) {
     for (const auto& name : root.getMemberNames()) {
         if (name != "latencyMs" && name != "resources" && name != "raw" && name != "silent" &&
             name != "alarms") {
-            throw ProfileError(name, "unknown member");
+            throw ProfileError(name.empty() ? "\"\"" : name, "unknown member");
         }
     }
     DeviceProfile profile;
@@ -72,7 +72,9 @@ DeviceProfile parseProfile(const Json::Value& root) {
     }
     const Json::Value& alarms = objectMember(root, "alarms");
     for (const auto& name : alarms.getMemberNames()) {
-        if (name != "intervalMs") throw ProfileError("alarms." + name, "unknown member");
+        if (name != "intervalMs") {
+            throw ProfileError("alarms." + (name.empty() ? "\"\"" : name), "unknown member");
+        }
     }
     if (alarms.isMember("intervalMs")) {
         profile.alarmIntervalMs = readInt(alarms["intervalMs"], "alarms.intervalMs", 0, 86400000);

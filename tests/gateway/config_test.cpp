@@ -102,6 +102,7 @@ TEST(GatewayConfig, ErrorsNameFileFieldAndProblem) {
         {R"({"users": [{"name": "u", "password": "", "device": "a"}]})",
          "f.json: users[0].password: must not be empty"},
         {R"({"port": 1})", "f.json: port: unknown member"},
+        {R"({"": 1})", "f.json: \"\": unknown member"},
     };
     for (const auto& [text, expected] : cases) {
         try {
