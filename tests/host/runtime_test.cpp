@@ -4,12 +4,10 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
-#include <cstddef>
 #include <cstring>
 #include <thread>
 #include <vector>
 
-#include "host/digest_check.h"
 #include "host/kvl_mutex.h"
 #include "host/kvl_runtime.h"
 #include "host/rw_lock.h"
@@ -29,8 +27,12 @@ TEST(Runtime, ItoaAndAtoi32) {
         const char* text;
     };
     const ItoaCase itoa[] = {
-        {0, 10, "0"},         {-17, 10, "-17"},       {INT_MAX, 10, "2147483647"},
-        {INT_MIN, 10, "-2147483648"}, {-1, 16, "ffffffff"}, {35, 36, "z"},
+        {0, 10, "0"},
+        {-17, 10, "-17"},
+        {INT_MAX, 10, "2147483647"},
+        {INT_MIN, 10, "-2147483648"},
+        {-1, 16, "ffffffff"},
+        {35, 36, "z"},
         {INT_MIN, 2, "10000000000000000000000000000000"},
     };
     for (const ItoaCase& c : itoa) {
@@ -45,9 +47,15 @@ TEST(Runtime, ItoaAndAtoi32) {
     EXPECT_EQ(KVL_Itoa(5, nullptr, 10), nullptr);
 
     const std::pair<const char*, int32_t> atoi[] = {
-        {"  \t-7x", -7},      {"+15", 15},           {"", 0},
-        {"-", 0},             {"2147483648", INT32_MAX}, {"-2147483648", INT32_MIN},
-        {"-99999999999999999999", INT32_MIN}, {"1 2", 1}, {nullptr, 0},
+        {"  \t-7x", -7},
+        {"+15", 15},
+        {"", 0},
+        {"-", 0},
+        {"2147483648", INT32_MAX},
+        {"-2147483648", INT32_MIN},
+        {"-99999999999999999999", INT32_MIN},
+        {"1 2", 1},
+        {nullptr, 0},
     };
     for (const auto& [text, value] : atoi) EXPECT_EQ(KVL_Atoi32(text), value) << text;
 }
@@ -148,13 +156,4 @@ TEST(SupportClasses, RecordsetIndexBoundsAndZeroFill) {
     EXPECT_FALSE(set.IsAttach());
     EXPECT_FALSE(set.IsEOF());  // zero-filled flag
     EXPECT_EQ(set.GetFieldCount(), 0);
-}
-
-TEST(SupportClasses, DigestRecordLayout) {
-    EXPECT_EQ(sizeof(DigestCheckRequest), 5140u);
-    EXPECT_EQ(offsetof(DigestCheckRequest, authorization), 18u);
-    EXPECT_EQ(sizeof(DigestCheckResult), 5168u);
-    EXPECT_EQ(offsetof(DigestCheckResult, unlockTime), 4u);
-    EXPECT_EQ(offsetof(DigestCheckResult, challenge), 8u);
-    EXPECT_EQ(offsetof(DigestCheckResult, devIndex), 5129u);
 }

@@ -1,6 +1,6 @@
-// Streaming channel routes: taken requests, gateway URLs, claimed answers and the relay.
+// Streaming channel routes: taken requests, gateway URLs and claimed answers (the relay round
+// trip is driven with the other handlers in device_relay_test.cpp).
 #include <gtest/gtest.h>
-#include <json/writer.h>
 
 #include <climits>
 
@@ -11,7 +11,6 @@
 namespace {
 
 using namespace channel_test;
-using korva::testing::HostFixture;
 using korva::testing::TestRequest;
 using QXKORVAProtocol::CChannelCfg;
 
@@ -54,11 +53,6 @@ TEST(ChannelRoutes, TakenRequestsAndTheirGatewayUrl) {
         ASSERT_EQ(0, result);
         EXPECT_EQ(std::string(c.jsonUrl) + "?format=json&devIndex=cam-7", jsonUrl);
         EXPECT_EQ("", jsonBody);
-        // A device index too long for the gateway URL is refused, never cut.
-        jsonUrl.clear();
-        EXPECT_EQ(9, CChannelCfg().covertUrlandBody(&jsonUrl, &jsonBody, request.holder(),
-                                                    std::string(3000, 'd')));
-        EXPECT_EQ("", jsonUrl);
     }
     EXPECT_EQ(0, CChannelCfg().matchURL("/Streaming/channels/102", kPut));
     // Channel numbers at the ends of the integer range do not overflow into other channels.
@@ -117,64 +111,6 @@ TEST(ChannelRoutes, AnswersClaimedByRoute) {
                           {"/ResponseStatus/statusString", "OK"},
                           {"/ResponseStatus/subStatusCode", "ok"}}),
               entriesOf(xml));
-}
-
-TEST(ChannelRelay, RequestToDeviceAndAnswerToClient) {
-    std::string noFrameRate = fullChannelXml();
-    noFrameRate.erase(noFrameRate.find("<maxFrameRate>"), 33);
-    const std::string channel = Json::FastWriter().write(minimalAnswer());
-    const struct {
-        unsigned char method;
-        const char* url;
-        std::string body;
-        std::string deviceAnswer;
-        const char* relayedPath;  // nullptr: the device must not be asked
-        int status;
-        const char* element;
-        const char* text;
-    } cases[] = {
-        {kGet, "/KORVA/Streaming/channels/1", "", channel, "/KORVA/Streaming/channels/101", 200,
-         "/StreamingChannel/Transport/ControlProtocolList/ControlProtocol/streamingTransport",
-         "RTSP"},
-        {kPut, "/Streaming/channels/102", fullChannelXml(), "{}", "/KORVA/Streaming/channels/102",
-         200, "/ResponseStatus/subStatusCode", "ok"},
-        {kPut, "/KORVA/Streaming/channels/101", noFrameRate, "{}", nullptr, 500,
-         "/ResponseStatus/subStatusCode", "internalError"},
-        {kGet, "/KORVA/Streaming/channels/101", "", R"({"StreamingChannel":{"id":101}})",
-         "/KORVA/Streaming/channels/101", 500, "/ResponseStatus/subStatusCode", "internalError"},
-        {kGet, "/KORVA/System/Audio/channels", "", R"({"VideoInputChannelList":[{},{}]})",
-         "/KORVA/System/Video/inputs/channels", 200, "/AudioChannelList/AudioChannel/id", "1"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.url);
-        HostFixture host;
-        host.device()->setDefaultAnswer(c.deviceAnswer);
-        TestRequest request = HostFixture::authorizedRequest(c.method, c.url, c.body);
-        int handled = 0, asyncReply = 0;
-        std::string response = "untouched";
-        const int status = CChannelCfg().proc(&handled, &response, &asyncReply, request.holder());
-        if (c.relayedPath == nullptr) {
-            EXPECT_EQ(c.status, status);
-            EXPECT_EQ(0, asyncReply);
-            EXPECT_EQ(c.text, textAt(response, c.element));
-            EXPECT_TRUE(host.device()->requests().empty());
-            continue;
-        }
-        EXPECT_EQ(200, status);
-        EXPECT_EQ(1, asyncReply);
-        EXPECT_EQ("untouched", response);
-        ASSERT_TRUE(request.exchange().waitForResponds(1));
-        const auto relayed = host.device()->requests();
-        ASSERT_EQ(1u, relayed.size());
-        EXPECT_EQ(c.method, relayed[0].method);
-        EXPECT_EQ(std::string(c.relayedPath) + "?format=json&devIndex=dev-1", relayed[0].url);
-        const std::string& body = relayed[0].body;
-        EXPECT_EQ(c.method == kPut ? parseJson(fullChannelJson()) : Json::Value(""),
-                  body.empty() ? Json::Value("") : parseJson(body));
-        EXPECT_EQ(c.status, request.exchange().status());
-        EXPECT_EQ("application/xml", request.exchange().answerHeader("Content-Type"));
-        EXPECT_EQ(c.text, textAt(request.exchange().written(), c.element));
-    }
 }
 
 }  // namespace
