@@ -189,6 +189,8 @@ def gateway_config(users_devices, log_level=5):
                  "nonceLifetimeSeconds": 300},
         "users": [{"name": u, "password": p, "device": d} for u, p, d, _ in users_devices],
         "devices": [dict(devIndex=d, **extra) for _, _, d, extra in users_devices],
+        # Every benchmark client comes from 127.0.0.1: lift the per-client caps.
+        "limits": {"maxConnectionsPerClient": 1000000, "maxRelaysPerClient": 100000},
     }
 
 

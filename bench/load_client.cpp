@@ -304,7 +304,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     std::string request(uint64_t sequence) {
         const Options& o = options();
-        std::string text = o.method + " " + o.path + " HTTP/1.1\r\nHost: " + o.host + "\r\n";
+        std::string text = o.method + " " + o.path + " HTTP/1.1\r\nHost: " + o.host + ":" +
+                           std::to_string(o.port) + "\r\n";
         if (m_digest && !m_challenging) text += m_digest->nextHeader();
         if (!o.body.empty() || o.method == "PUT" || o.method == "POST") {
             const std::string content = body(sequence);
