@@ -111,8 +111,9 @@ def digest_header(method, uri, challenge, user, password, nc=1, cnonce="b3nch000
     return value + (", algorithm=" + algorithm if algorithm else "")
 
 
-def raw(method, path, headers=None, body=b""):
-    lines = ["%s %s HTTP/1.1" % (method, path), "Host: 127.0.0.1"]
+def raw(method, path, headers=None, body=b"", port=None):
+    """Request bytes; Host names the port (the admin port refuses a Host that does not)."""
+    lines = ["%s %s HTTP/1.1" % (method, path), "Host: 127.0.0.1" + (":%d" % port if port else "")]
     lines += ["%s: %s" % item for item in (headers or {}).items()]
     if body or method in ("PUT", "POST"):
         lines.append("Content-Length: %d" % len(body))
@@ -122,14 +123,14 @@ def raw(method, path, headers=None, body=b""):
 def request(port, method, path, body=b"", user=USER, password=PASSWORD, headers=None):
     """(status, headers, body) of one request, answering the digest challenge when user is set."""
     with socket.create_connection(("127.0.0.1", port), timeout=30) as sock:
-        sock.sendall(raw(method, path, headers, body))
+        sock.sendall(raw(method, path, headers, body, port))
         status, answer_headers, answer, _ = _answer(sock)
         if status == 401 and user:
             extra = dict(headers or {})
             extra["Authorization"] = digest_header(method, path,
                                                    answer_headers["www-authenticate"], user,
                                                    password)
-            sock.sendall(raw(method, path, extra, body))
+            sock.sendall(raw(method, path, extra, body, port))
             status, answer_headers, answer, _ = _answer(sock)
         return status, answer_headers, answer
 
@@ -246,7 +247,7 @@ class Gateway:
     def admin(self, method, path, body=b""):
         """(status, body bytes) of an admin API call."""
         with socket.create_connection(("127.0.0.1", self.admin_port), timeout=30) as sock:
-            sock.sendall(raw(method, path, {"Connection": "close"}, body))
+            sock.sendall(raw(method, path, {"Connection": "close"}, body, self.admin_port))
             status, _, answer, _ = _answer(sock)
             return status, answer
 
