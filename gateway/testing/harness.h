@@ -77,6 +77,25 @@ private:
     bool m_broken = false;
 };
 
+// An exchange that is not registered and ignores its answer: what the bus and the registry see
+// of a client's request, with the client's address. Thread-safe (immutable).
+class IdleExchange : public QXHttpService::ExchangeBackend {
+public:
+    explicit IdleExchange(std::string peer = {}) : m_peer(std::move(peer)) {}
+    std::string url() const override { return {}; }
+    unsigned char method() const override { return QXHttpService::kMethodGet; }
+    std::string header(const std::string&) const override { return {}; }
+    void setHeader(const std::string&, const std::string&) override {}
+    void setStatus(int) override {}
+    void setMime(const std::string&) override {}
+    void setStreamMime() override {}
+    int respond(const void*, int length) override { return length; }
+    std::string peer() const override { return m_peer; }
+
+private:
+    const std::string m_peer;
+};
+
 // One request as the host hands it to the plug-in: the holder and its storage.
 class TestRequest {
 public:

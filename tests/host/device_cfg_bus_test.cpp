@@ -186,33 +186,16 @@ TEST_F(DeviceCfgBusTest, ConcurrentRelaysEachCompleteOnce) {
     for (size_t n = 0; n < counts.size(); ++n) EXPECT_EQ(1, counts[n].load()) << "relay " << n;
 }
 
-// The exchange of a client's request as the bus sees it: a handle and the client's address.
-class ClientExchange : public QXHttpService::ExchangeBackend {
-  public:
-    explicit ClientExchange(std::string peer) : m_peer(std::move(peer)) {}
-    std::string url() const override { return {}; }
-    unsigned char method() const override { return QXHttpService::kMethodGet; }
-    std::string header(const std::string&) const override { return {}; }
-    void setHeader(const std::string&, const std::string&) override {}
-    void setStatus(int) override {}
-    void setMime(const std::string&) override {}
-    void setStreamMime() override {}
-    int respond(const void*, int length) override { return length; }
-    std::string peer() const override { return m_peer; }
-
-  private:
-    const std::string m_peer;
-};
 
 // A request of one client: its registered exchange and the probe of its relay.
 struct ClientRequest {
     explicit ClientRequest(const std::string& peer)
-        : exchange(std::make_shared<ClientExchange>(peer)),
+        : exchange(std::make_shared<korva::testing::IdleExchange>(peer)),
           probe(QXHttpService::ExchangeRegistry::instance().add(exchange)) {}
     // The client goes away: the server ends the request.
     void leave() const { QXHttpService::ExchangeRegistry::instance().remove(exchange->handle()); }
 
-    std::shared_ptr<ClientExchange> exchange;
+    std::shared_ptr<korva::testing::IdleExchange> exchange;
     RelayProbe probe;
 };
 

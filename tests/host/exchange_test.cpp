@@ -76,24 +76,12 @@ TEST(Exchange, DetachedExchangesDoNothing) {
     EXPECT_FALSE(CHttpExchange(std::shared_ptr<QXHttpService::ExchangeBackend>{}).isAttached());
 }
 
-// A backend that only the registry test needs: nothing of it is ever called.
-class IdleBackend : public QXHttpService::ExchangeBackend {
-  public:
-    std::string url() const override { return {}; }
-    unsigned char method() const override { return QXHttpService::kMethodGet; }
-    std::string header(const std::string&) const override { return {}; }
-    void setHeader(const std::string&, const std::string&) override {}
-    void setStatus(int) override {}
-    void setMime(const std::string&) override {}
-    void setStreamMime() override {}
-    int respond(const void*, int length) override { return length; }
-};
 
 TEST(Exchange, HandlesWrapSkippingThoseStillReferredToAndRunOutCleanly) {
     ExchangeRegistry registry(3, 4);  // at most 3 entries, handles 1..4
-    std::vector<std::shared_ptr<IdleBackend>> backends;
+    std::vector<std::shared_ptr<korva::testing::IdleExchange>> backends;
     auto add = [&] {
-        backends.push_back(std::make_shared<IdleBackend>());
+        backends.push_back(std::make_shared<korva::testing::IdleExchange>());
         return registry.add(backends.back());
     };
     EXPECT_EQ(1, add());
@@ -128,7 +116,7 @@ TEST(Exchange, HandlesWrapSkippingThoseStillReferredToAndRunOutCleanly) {
 TEST(Exchange, TheProcessRegistryForgetsBackendsThatDiedUnremoved) {
     auto& registry = ExchangeRegistry::instance();
     const size_t before = registry.size();
-    for (int i = 0; i < 1000; ++i) EXPECT_GT(registry.add(std::make_shared<IdleBackend>()), 0);
+    for (int i = 0; i < 1000; ++i) EXPECT_GT(registry.add(std::make_shared<korva::testing::IdleExchange>()), 0);
     EXPECT_EQ(registry.size(), before);
 }
 
