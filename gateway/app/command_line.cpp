@@ -12,8 +12,9 @@ namespace {
 
 using Member = std::optional<std::string> CommandLine::*;
 
-constexpr std::array<std::pair<const char*, Member>, 5> kFlags = {{
+constexpr std::array<std::pair<const char*, Member>, 6> kFlags = {{
     {"--config", &CommandLine::config},
+    {"--check-config", &CommandLine::checkConfig},
     {"--listen", &CommandLine::listen},
     {"--admin-listen", &CommandLine::adminListen},
     {"--plugin", &CommandLine::plugin},
@@ -32,6 +33,8 @@ std::string absolute(const std::string& path) {
 const char* usageText() {
     return "usage: korva-gateway [--config FILE] [--listen HOST:PORT] [--admin-listen HOST:PORT]\n"
            "                     [--plugin PATH] [--log-level N]\n"
+           "       korva-gateway --check-config FILE [flags]   (validate; never listens)\n"
+           "       korva-gateway --version | --help\n"
            "  --log-level N   1 (most detail) to 5 (failures only); default 4\n";
 }
 
@@ -41,6 +44,10 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
         std::string arg = argv[i];
         if (arg == "--help" || arg == "-h") {
             line.help = true;
+            continue;
+        }
+        if (arg == "--version") {
+            line.version = true;
             continue;
         }
         std::string value;

@@ -2,6 +2,7 @@
 #include <iostream>
 #include <random>
 
+#include "gateway/app/build_info.h"
 #include "gateway/app/command_line.h"
 #include "gateway/app/gateway_app.h"
 #include "gateway/app/gateway_config.h"
@@ -19,6 +20,19 @@ std::string randomPassword() {
     return password;
 }
 
+// --check-config: every check of a start (the file, its profiles, the flags given with it),
+// without loading the plug-in or listening. Throws what a start would.
+int checkConfig(const korva::gateway::CommandLine& flags) {
+    using namespace korva::gateway;
+    if (flags.config) throw UsageError("--check-config names the file: leave out --config");
+    GatewayConfig config = loadConfigFile(*flags.checkConfig);
+    applyFlags(flags, &config);
+    std::cout << "korva-gateway: " << config.source << ": configuration OK ("
+              << config.devices.size() << " devices, " << config.users.size() << " users)"
+              << std::endl;
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -31,6 +45,7 @@ int main(int argc, char** argv) {
             std::cout << usageText();
             return 0;
         }
+        if (flags.checkConfig) return checkConfig(flags);
         std::string note;
         GatewayConfig config;
         if (flags.config) {
@@ -43,6 +58,11 @@ int main(int argc, char** argv) {
                    "' http://@KORVA@/KORVA/System/deviceInfo";
         }
         applyFlags(flags, &config);
+        if (config.pluginPath.empty()) config.pluginPath = defaultPluginPath();
+        if (flags.version) {
+            std::cout << versionText(config.pluginPath) << std::flush;
+            return 0;
+        }
         return runGateway(config, note);
     } catch (const UsageError& error) {
         std::cerr << "korva-gateway: " << error.what() << "\n" << usageText();

@@ -1,12 +1,17 @@
 """korva-gateway refuses bad configurations, flags, plug-ins and addresses before it listens,
 and its embedded default prints working credentials."""
 
+import json
 import os
+import re
 import socket
+import subprocess
 import tempfile
 import unittest
 
-from gateway_fixture import DEVICE_INFO, Gateway, make_config, sanitizer_report
+from gateway_fixture import DEVICE_INFO, GATEWAY, PLUGIN, Gateway, make_config, sanitizer_report
+
+SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
 
 
 class StartupTest(unittest.TestCase):
@@ -81,3 +86,53 @@ class StartupTest(unittest.TestCase):
         finally:
             gateway.cleanup()
 
+
+
+class InformationCommandTest(unittest.TestCase):
+    """--check-config, --version and --help answer and exit; none of them listens."""
+
+    def run_gateway(self, *args):
+        if not GATEWAY:
+            self.skipTest("KORVA_GATEWAY is not set")
+        done = subprocess.run([GATEWAY, *args], capture_output=True, text=True, timeout=60)
+        self.assertIsNone(sanitizer_report(done.stderr))
+        return done.returncode, done.stdout, done.stderr
+
+    def test_check_config(self):
+        folder = tempfile.TemporaryDirectory(prefix="korva-e2e-")
+        self.addCleanup(folder.cleanup)
+        bad = os.path.join(folder.name, "bad.json")
+        with open(bad, "w") as f:
+            json.dump(make_config(realm=5), f)
+        example = os.path.join(SOURCE, "examples", "gateway.json")
+        cases = [
+            (["--check-config", example], 0, "configuration OK (2 devices, 2 users)"),
+            (["--check-config", bad], 2, bad + ": realm: must be a string"),
+            (["--check-config", example, "--admin-listen", "0.0.0.0:1"], 2,
+             "--admin-listen: 0.0.0.0 is not a loopback address"),
+            (["--check-config", example, "--config", example], 2, "leave out --config"),
+        ]
+        for args, expected, text in cases:
+            with self.subTest(args=args):
+                code, stdout, stderr = self.run_gateway(*args)
+                self.assertEqual(code, expected, stderr)
+                self.assertIn(text, stdout + stderr)
+                self.assertNotIn("listening", stdout)
+
+    def test_version_names_plugin_and_libraries(self):
+        code, stdout, _ = self.run_gateway("--version", "--plugin", PLUGIN or "/x/plugin.so")
+        self.assertEqual(code, 0)
+        self.assertRegex(stdout, r"^korva-gateway \d+\.\d+\.\d+\n")
+        self.assertIn("plug-in: " + (PLUGIN or "/x/plugin.so") + "\n", stdout)
+        for library in ("OpenSSL: OpenSSL 3", "Boost: 1.", "JsonCpp: 1.", "pugixml: 1."):
+            self.assertIn(library, stdout)
+
+    def test_man_page_lists_every_flag_of_help(self):
+        code, stdout, _ = self.run_gateway("--help")
+        self.assertEqual(code, 0)
+        with open(os.path.join(SOURCE, "packaging", "korva-gateway.1")) as f:
+            page = f.read().replace("\\-", "-")
+        flags = set(re.findall(r"--[a-z][a-z-]*", stdout))
+        self.assertTrue({"--config", "--check-config", "--version", "--help"} <= flags, flags)
+        for flag in sorted(flags):
+            self.assertRegex(page, r"\.B[IR]? %s\b" % re.escape(flag))
