@@ -66,6 +66,14 @@ struct Relay {
     std::atomic<uint64_t> deadlineId{0};
 };
 
+// A device answering from within its handle call, on the worker that runs it: the reply waits
+// here and the completion runs on that worker once handle has returned, instead of a second post.
+struct InlineReply {
+    const Relay* relay = nullptr;
+    std::optional<std::string> bytes;
+};
+thread_local InlineReply* t_inlineReply = nullptr;
+
 // Why a relay is answered busy at once instead of reaching its device.
 enum class Admission { kSlots, kBusyDevice, kBusyClient, kClientGone, kFull };
 
@@ -260,6 +268,8 @@ class DeviceCfgBus {
         // Finished while waiting for a worker, or a device without endpoint (never answers).
         if (relay->finished || endpoint == nullptr) return;
         DeviceReply reply = [this, relay](std::string bytes) { onReply(relay, std::move(bytes)); };
+        InlineReply pending{relay.get(), std::nullopt};
+        t_inlineReply = &pending;
         try {
             endpoint->handle(request, std::move(reply));
         } catch (const std::exception& e) {
@@ -269,6 +279,8 @@ class DeviceCfgBus {
             QX_Log_Print(5, kModule, "device %s failed on %s", request.devIndex.c_str(),
                          request.path.c_str());
         }
+        t_inlineReply = nullptr;
+        if (pending.bytes) complete(*relay, *pending.bytes);
     }
 
     void onReply(const std::shared_ptr<Relay>& relay, std::string bytes) {
@@ -289,19 +301,26 @@ class DeviceCfgBus {
     }
 
     // Ends the relay once: frees its device and client slots at once, and calls the plug-in's
-    // routine on a worker (never on the thread that delivered the reply, and without a lock).
-    // False when the relay was finished already.
+    // routine on a worker without a lock: a reply given within the device's handle call is
+    // completed by runDevice once handle has returned (the device holds nothing then); any
+    // other reply is posted. False when the relay was finished already.
     bool finish(const std::shared_ptr<Relay>& relay, std::string bytes) {
         if (relay->finished.exchange(true)) return false;
         if (relay->holdsSlots) {
             freeSlots(*relay);
             if (const uint64_t id = relay->deadlineId) m_deadlines.cancel(id);
         }
-        m_workers.post([this, relay, bytes = std::move(bytes)] {
-            relay->callback(bytes.data(), static_cast<int>(bytes.size()), relay->userData);
-            completed(*relay);
-        });
+        if (t_inlineReply != nullptr && t_inlineReply->relay == relay.get()) {
+            t_inlineReply->bytes = std::move(bytes);
+            return true;
+        }
+        m_workers.post([this, relay, bytes = std::move(bytes)] { complete(*relay, bytes); });
         return true;
+    }
+
+    void complete(const Relay& relay, const std::string& bytes) {
+        relay.callback(bytes.data(), static_cast<int>(bytes.size()), relay.userData);
+        completed(relay);
     }
 
     void freeSlots(const Relay& relay) {
