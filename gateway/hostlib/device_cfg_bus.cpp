@@ -5,10 +5,12 @@
 // relay whose request ends before the answer is released at once.
 #include "host/device_cfg_bus.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <mutex>
 #include <optional>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -24,7 +26,6 @@ namespace {
 constexpr char kModule[] = "DEVBUS";
 constexpr char kDeviceBusy[] =
     R"({"errorCode":536870916,"errorMsg":"deviceBusy","statusCode":2,"statusString":"Device Busy"})";
-constexpr size_t kWorkerThreads = 4;
 
 // Results of QX_DeviceCfgBus_ProcessAsyn (the plug-in maps them to its error rows).
 enum : int { kAccepted = 0, kBadArguments = 1, kNoSuchDevice = 9, kBusFull = 10 };
@@ -73,6 +74,12 @@ struct InlineReply {
     std::optional<std::string> bytes;
 };
 thread_local InlineReply* t_inlineReply = nullptr;
+
+// One bus worker per core (2 to 8): devices never wait inside handle, so more workers than cores
+// only add wake-ups and context switches per relay.
+size_t workerThreads() {
+    return std::clamp<size_t>(std::thread::hardware_concurrency(), 2, 8);
+}
 
 // Why a relay is answered busy at once instead of reaching its device.
 enum class Admission { kSlots, kBusyDevice, kBusyClient, kClientGone, kFull };
@@ -349,7 +356,7 @@ class DeviceCfgBus {
 
     // Each accepted relay has at most one device task and one completion queued, so the queue
     // holds at most 2 * maxTotal tasks.
-    TaskQueue m_workers{"device-bus", kWorkerThreads, 0};
+    TaskQueue m_workers{"device-bus", workerThreads(), 0};
     DeadlineTimer m_deadlines;
 
     mutable std::mutex m_mutex;  // guards what follows; never held while calling out
