@@ -63,6 +63,7 @@ struct Relay {
     // Written before the relay is shared, read-only afterwards.
     bool holdsSlots = false;
     uint64_t generation = 0;
+    DeadlineTimer::Clock::time_point due;  // set by start, read by the worker it posts to
     std::atomic<bool> finished{false};
     std::atomic<uint64_t> deadlineId{0};
 };
@@ -261,22 +262,34 @@ class DeviceCfgBus {
 
     void start(const std::shared_ptr<Relay>& relay, std::shared_ptr<DeviceEndpoint> endpoint,
                DeviceRequest request, int timeoutMs) {
-        const auto when = DeadlineTimer::Clock::now() + std::chrono::milliseconds(timeoutMs);
-        relay->deadlineId = m_deadlines.schedule(when, [this, relay] { timeOut(relay); });
-        // Finished meanwhile (its client left): the deadline would only hold the relay longer.
-        if (relay->finished) m_deadlines.cancel(relay->deadlineId);
+        relay->due = DeadlineTimer::Clock::now() + std::chrono::milliseconds(timeoutMs);
         m_workers.post([this, relay, endpoint = std::move(endpoint), request = std::move(request)] {
             runDevice(relay, endpoint.get(), request);
         });
     }
 
+    // Asks the device, unless the relay ended or its time ran out while it waited for a worker.
+    // A reply given within handle completes here; otherwise the deadline is armed only now, so
+    // that a device answering at once costs no timer entry.
     void runDevice(const std::shared_ptr<Relay>& relay, DeviceEndpoint* endpoint,
                    const DeviceRequest& request) {
-        // Finished while waiting for a worker, or a device without endpoint (never answers).
-        if (relay->finished || endpoint == nullptr) return;
+        if (relay->finished) return;
+        if (endpoint != nullptr && DeadlineTimer::Clock::now() < relay->due) {
+            InlineReply pending{relay.get(), std::nullopt};
+            t_inlineReply = &pending;
+            askDevice(endpoint, request, relay);
+            t_inlineReply = nullptr;
+            if (pending.bytes) {
+                complete(*relay, *pending.bytes);
+                return;
+            }
+        }
+        armDeadline(relay);
+    }
+
+    void askDevice(DeviceEndpoint* endpoint, const DeviceRequest& request,
+                   const std::shared_ptr<Relay>& relay) {
         DeviceReply reply = [this, relay](std::string bytes) { onReply(relay, std::move(bytes)); };
-        InlineReply pending{relay.get(), std::nullopt};
-        t_inlineReply = &pending;
         try {
             endpoint->handle(request, std::move(reply));
         } catch (const std::exception& e) {
@@ -286,8 +299,14 @@ class DeviceCfgBus {
             QX_Log_Print(5, kModule, "device %s failed on %s", request.devIndex.c_str(),
                          request.path.c_str());
         }
-        t_inlineReply = nullptr;
-        if (pending.bytes) complete(*relay, *pending.bytes);
+    }
+
+    // The relay is answered busy at its due time (at once when that has passed) unless a reply
+    // or its client's leaving finishes it first.
+    void armDeadline(const std::shared_ptr<Relay>& relay) {
+        relay->deadlineId = m_deadlines.schedule(relay->due, [this, relay] { timeOut(relay); });
+        // Finished meanwhile: the deadline would only hold the relay longer.
+        if (relay->finished) m_deadlines.cancel(relay->deadlineId);
     }
 
     void onReply(const std::shared_ptr<Relay>& relay, std::string bytes) {
