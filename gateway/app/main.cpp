@@ -1,6 +1,11 @@
 // korva-gateway: serves the KORVA protocol plug-in over HTTP with simulated cameras.
+#include <malloc.h>
+
+#include <algorithm>
+#include <cstdlib>
 #include <iostream>
 #include <random>
+#include <thread>
 
 #include "gateway/app/build_info.h"
 #include "gateway/app/command_line.h"
@@ -33,10 +38,22 @@ int checkConfig(const korva::gateway::CommandLine& flags) {
     return 0;
 }
 
+// glibc hands threads arenas of their own, creating new ones up to eight per core. Threads come
+// and go (the runtime's flexible pool ends workers idle for its timeout and starts new ones when
+// streams open), so over minutes the gateway collects a dozen arenas, each holding free space of
+// its own that the others cannot use, and the resident size creeps up until the limit. One arena
+// per core (at least two) keeps it level at the same CPU per request. Set before any thread starts;
+// a MALLOC_ARENA_MAX in the environment still decides.
+void limitMallocArenas() {
+    if (std::getenv("MALLOC_ARENA_MAX") != nullptr) return;
+    mallopt(M_ARENA_MAX, static_cast<int>(std::max(2u, std::thread::hardware_concurrency())));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     using namespace korva::gateway;
+    limitMallocArenas();
     installStopHandlers();
     raiseOpenFileLimit();
     try {

@@ -5,10 +5,12 @@
 // relay whose request ends before the answer is released at once.
 #include "host/device_cfg_bus.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <mutex>
 #include <optional>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -24,7 +26,6 @@ namespace {
 constexpr char kModule[] = "DEVBUS";
 constexpr char kDeviceBusy[] =
     R"({"errorCode":536870916,"errorMsg":"deviceBusy","statusCode":2,"statusString":"Device Busy"})";
-constexpr size_t kWorkerThreads = 4;
 
 // Results of QX_DeviceCfgBus_ProcessAsyn (the plug-in maps them to its error rows).
 enum : int { kAccepted = 0, kBadArguments = 1, kNoSuchDevice = 9, kBusFull = 10 };
@@ -62,9 +63,24 @@ struct Relay {
     // Written before the relay is shared, read-only afterwards.
     bool holdsSlots = false;
     uint64_t generation = 0;
+    DeadlineTimer::Clock::time_point due;  // set by start, read by the worker it posts to
     std::atomic<bool> finished{false};
     std::atomic<uint64_t> deadlineId{0};
 };
+
+// A device answering from within its handle call, on the worker that runs it: the reply waits
+// here and the completion runs on that worker once handle has returned, instead of a second post.
+struct InlineReply {
+    const Relay* relay = nullptr;
+    std::optional<std::string> bytes;
+};
+thread_local InlineReply* t_inlineReply = nullptr;
+
+// One bus worker per core (2 to 8): devices never wait inside handle, so more workers than cores
+// only add wake-ups and context switches per relay.
+size_t workerThreads() {
+    return std::clamp<size_t>(std::thread::hardware_concurrency(), 2, 8);
+}
 
 // Why a relay is answered busy at once instead of reaching its device.
 enum class Admission { kSlots, kBusyDevice, kBusyClient, kClientGone, kFull };
@@ -246,19 +262,33 @@ class DeviceCfgBus {
 
     void start(const std::shared_ptr<Relay>& relay, std::shared_ptr<DeviceEndpoint> endpoint,
                DeviceRequest request, int timeoutMs) {
-        const auto when = DeadlineTimer::Clock::now() + std::chrono::milliseconds(timeoutMs);
-        relay->deadlineId = m_deadlines.schedule(when, [this, relay] { timeOut(relay); });
-        // Finished meanwhile (its client left): the deadline would only hold the relay longer.
-        if (relay->finished) m_deadlines.cancel(relay->deadlineId);
+        relay->due = DeadlineTimer::Clock::now() + std::chrono::milliseconds(timeoutMs);
         m_workers.post([this, relay, endpoint = std::move(endpoint), request = std::move(request)] {
             runDevice(relay, endpoint.get(), request);
         });
     }
 
+    // Asks the device, unless the relay ended or its time ran out while it waited for a worker.
+    // A reply given within handle completes here; otherwise the deadline is armed only now, so
+    // that a device answering at once costs no timer entry.
     void runDevice(const std::shared_ptr<Relay>& relay, DeviceEndpoint* endpoint,
                    const DeviceRequest& request) {
-        // Finished while waiting for a worker, or a device without endpoint (never answers).
-        if (relay->finished || endpoint == nullptr) return;
+        if (relay->finished) return;
+        if (endpoint != nullptr && DeadlineTimer::Clock::now() < relay->due) {
+            InlineReply pending{relay.get(), std::nullopt};
+            t_inlineReply = &pending;
+            askDevice(endpoint, request, relay);
+            t_inlineReply = nullptr;
+            if (pending.bytes) {
+                complete(*relay, *pending.bytes);
+                return;
+            }
+        }
+        armDeadline(relay);
+    }
+
+    void askDevice(DeviceEndpoint* endpoint, const DeviceRequest& request,
+                   const std::shared_ptr<Relay>& relay) {
         DeviceReply reply = [this, relay](std::string bytes) { onReply(relay, std::move(bytes)); };
         try {
             endpoint->handle(request, std::move(reply));
@@ -269,6 +299,14 @@ class DeviceCfgBus {
             QX_Log_Print(5, kModule, "device %s failed on %s", request.devIndex.c_str(),
                          request.path.c_str());
         }
+    }
+
+    // The relay is answered busy at its due time (at once when that has passed) unless a reply
+    // or its client's leaving finishes it first.
+    void armDeadline(const std::shared_ptr<Relay>& relay) {
+        relay->deadlineId = m_deadlines.schedule(relay->due, [this, relay] { timeOut(relay); });
+        // Finished meanwhile: the deadline would only hold the relay longer.
+        if (relay->finished) m_deadlines.cancel(relay->deadlineId);
     }
 
     void onReply(const std::shared_ptr<Relay>& relay, std::string bytes) {
@@ -289,19 +327,26 @@ class DeviceCfgBus {
     }
 
     // Ends the relay once: frees its device and client slots at once, and calls the plug-in's
-    // routine on a worker (never on the thread that delivered the reply, and without a lock).
-    // False when the relay was finished already.
+    // routine on a worker without a lock: a reply given within the device's handle call is
+    // completed by runDevice once handle has returned (the device holds nothing then); any
+    // other reply is posted. False when the relay was finished already.
     bool finish(const std::shared_ptr<Relay>& relay, std::string bytes) {
         if (relay->finished.exchange(true)) return false;
         if (relay->holdsSlots) {
             freeSlots(*relay);
             if (const uint64_t id = relay->deadlineId) m_deadlines.cancel(id);
         }
-        m_workers.post([this, relay, bytes = std::move(bytes)] {
-            relay->callback(bytes.data(), static_cast<int>(bytes.size()), relay->userData);
-            completed(*relay);
-        });
+        if (t_inlineReply != nullptr && t_inlineReply->relay == relay.get()) {
+            t_inlineReply->bytes = std::move(bytes);
+            return true;
+        }
+        m_workers.post([this, relay, bytes = std::move(bytes)] { complete(*relay, bytes); });
         return true;
+    }
+
+    void complete(const Relay& relay, const std::string& bytes) {
+        relay.callback(bytes.data(), static_cast<int>(bytes.size()), relay.userData);
+        completed(relay);
     }
 
     void freeSlots(const Relay& relay) {
@@ -330,7 +375,7 @@ class DeviceCfgBus {
 
     // Each accepted relay has at most one device task and one completion queued, so the queue
     // holds at most 2 * maxTotal tasks.
-    TaskQueue m_workers{"device-bus", kWorkerThreads, 0};
+    TaskQueue m_workers{"device-bus", workerThreads(), 0};
     DeadlineTimer m_deadlines;
 
     mutable std::mutex m_mutex;  // guards what follows; never held while calling out

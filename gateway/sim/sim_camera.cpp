@@ -96,15 +96,30 @@ std::string SimCamera::answer(const korva::host::DeviceRequest& request) {
         if (!matchPath(route.pattern, request.path, &numbers)) continue;
         pathKnown = true;
         if (route.method != request.method) continue;
-        try {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            return (this->*route.handler)(numbers, request.body);
-        } catch (const std::exception& error) {  // a JSON type the checks missed
-            return deviceStatus(kBadParameters, error.what());
-        }
+        return run(route, request, numbers);
     }
     if (pathKnown) return deviceStatus(kMethodNotAllowed, "method not allowed on " + request.path);
     return deviceStatus(kNotSupport, "no such resource: " + request.path);
+}
+
+std::string SimCamera::run(const Route& route, const korva::host::DeviceRequest& request,
+                           const std::vector<int>& numbers) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (route.method != kGet) m_answers.clear();  // the state may change
+    if (route.method == kGet) {
+        auto cached = m_answers.find(request.path);
+        if (cached != m_answers.end()) return cached->second;
+    }
+    std::string text;
+    try {
+        text = (this->*route.handler)(numbers, request.body);
+    } catch (const std::exception& error) {  // a JSON type the checks missed
+        return deviceStatus(kBadParameters, error.what());
+    }
+    if (route.method == kGet && m_answers.size() < kCachedAnswers) {
+        m_answers.emplace(request.path, text);
+    }
+    return text;
 }
 
 std::string SimCamera::outputState(int port) const {

@@ -3,11 +3,15 @@
 // capabilities, I/O ports and output trigger, smart capabilities, PTZ, content search), with
 // device status objects for bad requests, unknown channels and unknown resources.
 // Thread-safe: one mutex serialises the camera's state; answers are computed without waiting.
+// The text of every answer to a GET is kept once computed (a bounded table by path) and served
+// as it is until a request of another method has run, which may have changed the state; so a
+// measurement of the gateway shows the plug-in and the host rather than this stand-in.
 #pragma once
 
 #include <ctime>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "gateway/hostlib/host_control.h"
@@ -43,6 +47,9 @@ class SimCamera : public korva::host::DeviceEndpoint {
         Handler handler;
     };
     static const std::vector<Route>& routes();
+    // Runs the handler under the lock; a GET answer comes from, or goes to, m_answers.
+    std::string run(const Route& route, const korva::host::DeviceRequest& request,
+                    const std::vector<int>& numbers);
 
     std::string deviceInfo(const std::vector<int>&, const std::string&);
     std::string videoInputs(const std::vector<int>&, const std::string&);
@@ -68,6 +75,9 @@ class SimCamera : public korva::host::DeviceEndpoint {
     CameraStreams m_streams;
     CameraPtz m_ptz;
     std::string m_outputState = "low";
+    // GET answers by path; cleared whenever another method ran. At most kCachedAnswers paths.
+    static constexpr size_t kCachedAnswers = 64;
+    std::unordered_map<std::string, std::string> m_answers;
 };
 
 // A stable 36-character identifier (8-4-4-4-12 hexadecimal digits) derived from text.

@@ -54,9 +54,10 @@ int convertPayload(std::string* body, const Json::Value& root, const std::string
 }
 
 // Json::Reader reports most malformed input as false but throws on some (nesting too deep).
+// One reader per thread: parse resets its state, and building one costs two allocations.
 bool parseJson(const char* data, int length, Json::Value& root) {
     try {
-        Json::Reader reader;
+        thread_local Json::Reader reader;
         return reader.parse(data, data + length, root, false);
     } catch (const std::exception&) {
         return false;

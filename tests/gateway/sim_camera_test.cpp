@@ -109,6 +109,7 @@ TEST(SimCamera, StreamingChannelPutKeepsValidChangesAndRefusesOthers) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.video);
         SimCamera camera("cam-1", 1700000000);
+        camera.answer(request(0, "/KORVA/Streaming/channels/101"));  // kept until a PUT
         Json::Value body;
         body["StreamingChannel"]["id"] = "101";
         body["StreamingChannel"]["Video"] = parsed(c.video);
