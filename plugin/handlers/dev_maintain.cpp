@@ -1,6 +1,5 @@
 #include "plugin/handlers/dev_maintain.h"
 
-#include <array>
 #include <memory>
 
 #include "host/config_mgr.h"
@@ -9,6 +8,7 @@
 #include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
 #include "plugin/pipeline/plugin_log.h"
+#include "plugin/relay/route_table.h"
 
 namespace QXKORVAProtocol {
 
@@ -20,26 +20,19 @@ using device::FieldType;
 
 enum class MaintainAnswer { kDeviceInfo, kVideoInputs, kStorage, kAdminAccesses };
 
-struct MaintainRoute {
-    const char* path;
-    const char* gatewayPath;
-    MaintainAnswer answer;
+// GET only. The storage and admin access resources relay the device-information read.
+constexpr Route<MaintainAnswer> kRoutes[] = {
+    {"/KORVA/System/deviceInfo", kGetBit, "/KORVA/System/deviceInfo", MaintainAnswer::kDeviceInfo},
+    {"/KORVA/System/Video/inputs/channels", kGetBit, "/KORVA/System/Video/inputs/channels",
+     MaintainAnswer::kVideoInputs},
+    {"/KORVA/ContentMgmt/Storage/hdd", kGetBit, "/KORVA/System/deviceInfo",
+     MaintainAnswer::kStorage},
+    {"/KORVA/Security/adminAccesses", kGetBit, "/KORVA/System/deviceInfo",
+     MaintainAnswer::kAdminAccesses},
 };
 
-// GET only. The storage and admin access resources relay the device-information read.
-constexpr std::array<MaintainRoute, 4> kRoutes = {{
-    {"/KORVA/System/deviceInfo", "/KORVA/System/deviceInfo", MaintainAnswer::kDeviceInfo},
-    {"/KORVA/System/Video/inputs/channels", "/KORVA/System/Video/inputs/channels",
-     MaintainAnswer::kVideoInputs},
-    {"/KORVA/ContentMgmt/Storage/hdd", "/KORVA/System/deviceInfo", MaintainAnswer::kStorage},
-    {"/KORVA/Security/adminAccesses", "/KORVA/System/deviceInfo", MaintainAnswer::kAdminAccesses},
-}};
-
-const MaintainRoute* findRoute(const std::string& url) {
-    for (const MaintainRoute& route : kRoutes) {
-        if (QXBase::CRESTfulProtocol::cmpURL(url, route.path)) return &route;
-    }
-    return nullptr;
+const Route<MaintainAnswer>* routeOf(const std::string& url) {
+    return findRoute<MaintainAnswer>(kRoutes, url);
 }
 
 // failCode is the number of the log message of a bad member.
@@ -99,25 +92,26 @@ std::string portText(uint16_t port) {
 }  // namespace
 
 int CDevMaintain::matchURL(const std::string& url, unsigned char method) {
-    return findRoute(url) != nullptr && method == QXHttpService::kMethodGet ? 0 : -1;
+    return matchRoute<MaintainAnswer>(kRoutes, url, method);
 }
 
 int CDevMaintain::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                    const ExchangeHolder& exchange, const std::string& devIndex) {
     if (!exchange.exchange) return -1;
-    const MaintainRoute* route = findRoute(exchange.exchange->getUrl());
+    const std::string url = exchange.exchange->getUrl();
+    const Route<MaintainAnswer>* route = routeOf(url);
     if (route == nullptr) return -1;
-    if (!device::makeGatewayUrl(jsonUrl, route->gatewayPath, devIndex)) return -1;
+    if (!makeRouteUrl(jsonUrl, *route, url, devIndex)) return -1;
     jsonBody->clear();
-    return exchange.exchange->getMethod() == QXHttpService::kMethodGet ? 0 : -1;
+    return route->accepts(exchange.exchange->getMethod()) ? 0 : -1;
 }
 
 int CDevMaintain::covertRsp(std::string* xmlOut, const Json::Value& root, const std::string& url,
                             int method) {
-    const MaintainRoute* route = findRoute(url);
-    if (route == nullptr || method != QXHttpService::kMethodGet) return kResultNotMine;
+    const Route<MaintainAnswer>* route = routeOf(url);
+    if (route == nullptr || !route->accepts(method)) return kResultNotMine;
     bool converted = false;
-    switch (route->answer) {
+    switch (route->entry) {
         case MaintainAnswer::kDeviceInfo:
             converted = covertDevinfoRsp(xmlOut, root);
             break;

@@ -2,12 +2,8 @@
 
 #include <json/writer.h>
 
-#include <cctype>
 #include <cmath>
 #include <limits>
-
-#include "host/kvl_runtime.h"
-#include "plugin/relay/gateway_url.h"
 
 namespace QXKORVAProtocol::device {
 
@@ -138,46 +134,6 @@ void addLeaf(QXBase::CXmlBase& doc, const char* name, const std::string& text) {
 void startDocument(QXBase::CXmlBase& doc, const char* root) {
     doc.CreateDeclaration("1.0", "UTF-8");
     doc.CreateRoot(root);
-}
-
-int scanUrlInts(const std::string& url, const char* pattern, int32_t* values, int count) {
-    for (int i = 0; i < count; ++i) values[i] = 0;
-    size_t pos = 0;
-    int read = 0;
-    for (const char* p = pattern; *p != '\0' && read < count;) {
-        if (p[0] == '%' && p[1] == 'd') {
-            const size_t start = pos;
-            if (pos < url.size() && (url[pos] == '-' || url[pos] == '+')) ++pos;
-            const size_t digits = pos;
-            while (pos < url.size() && std::isdigit(static_cast<unsigned char>(url[pos]))) ++pos;
-            if (pos == digits) return read;
-            values[read++] = KVL_Atoi32(url.substr(start, pos - start).c_str());
-            p += 2;
-            continue;
-        }
-        if (pos >= url.size() || url[pos] != *p) return read;
-        ++pos;
-        ++p;
-    }
-    return read;
-}
-
-std::string expandIntFields(const char* pattern, const int64_t* values, int count) {
-    std::string out;
-    int used = 0;
-    for (const char* p = pattern; *p != '\0'; ++p) {
-        if (p[0] == '%' && p[1] == 'd' && used < count) {
-            out += std::to_string(values[used++]);
-            ++p;
-        } else {
-            out += *p;
-        }
-    }
-    return out;
-}
-
-bool makeGatewayUrl(std::string* out, const std::string& path, const std::string& devIndex) {
-    return formatGatewayUrl(out, "%s?format=json&devIndex=%s", path.c_str(), devIndex.c_str());
 }
 
 std::string writeJsonBody(const Json::Value& value) {

@@ -1,6 +1,6 @@
 // Helpers shared by the device-resource handlers (device maintenance, events and I/O, image,
 // PTZ, content search): reading device answers without the JSON library's exceptions, writing
-// leaf elements, table-driven member copying, and the gateway URL of a route.
+// leaf elements and table-driven member copying.
 //
 // The JSON library refuses a member lookup on anything but an object or null, and a conversion
 // between incompatible types, by throwing. These helpers test first and report such a value as
@@ -82,18 +82,6 @@ void addLeaf(QXBase::CXmlBase& doc, const char* name, const std::string& text);
 
 // Declaration version "1.0", encoding "UTF-8", and the root element (entered).
 void startDocument(QXBase::CXmlBase& doc, const char* root);
-
-// Reads the integers at the "%d" fields of pattern from url with scanf rules: literal characters
-// must match, each field is an optional sign and digits (saturating to 32 bits). Scanning stops
-// at the first mismatch; fields not read stay 0. Returns the number of fields read.
-int scanUrlInts(const std::string& url, const char* pattern, int32_t* values, int count);
-
-// pattern with each "%d" replaced, in order, by the next value in decimal.
-std::string expandIntFields(const char* pattern, const int64_t* values, int count);
-
-// *out = "<path>?format=json&devIndex=<devIndex>", composed in the gateway's 2048-byte buffer.
-// False, *out emptied, when it would not fit.
-bool makeGatewayUrl(std::string* out, const std::string& path, const std::string& devIndex);
 
 // The compact JSON text of a gateway request body (one line, keys ascending, final line feed).
 std::string writeJsonBody(const Json::Value& value);

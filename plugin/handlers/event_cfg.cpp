@@ -1,13 +1,12 @@
 #include "plugin/handlers/event_cfg.h"
 
-#include <array>
-#include <cstdint>
 #include <iterator>
 
 #include "host/xml_base.h"
 #include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
 #include "plugin/pipeline/plugin_log.h"
+#include "plugin/relay/route_table.h"
 
 namespace QXKORVAProtocol {
 
@@ -19,40 +18,21 @@ using device::FieldType;
 
 enum class EventAnswer { kSmartCap, kIOPortList, kDeviceCap, kTrigger };
 
-struct EventRoute {
-    const char* path;
-    int intFields;  // number of "%d" fields: 0 compares with cmpURL, else cmpURLWithInt
-    unsigned char method;
-    const char* gatewayPath;
-    EventAnswer answer;
-};
-
-constexpr const char* kTriggerPath = "/KORVA/System/IO/outputs/%d/trigger";
-
-// In the order every operation tries them. The system capability resource relays the
-// smart-capability read.
-constexpr std::array<EventRoute, 5> kRoutes = {{
-    {"/KORVA/Smart/capabilities", 0, QXHttpService::kMethodGet, "/KORVA/Smart/capabilities",
+// The system capability resource relays the smart-capability read.
+constexpr Route<EventAnswer> kRoutes[] = {
+    {"/KORVA/Smart/capabilities", kGetBit, "/KORVA/Smart/capabilities", EventAnswer::kSmartCap},
+    {"/KORVA/Smart/capabilities/SmartCap", kGetBit, "/KORVA/Smart/capabilities",
      EventAnswer::kSmartCap},
-    {"/KORVA/Smart/capabilities/SmartCap", 0, QXHttpService::kMethodGet,
-     "/KORVA/Smart/capabilities", EventAnswer::kSmartCap},
-    {"/KORVA/System/IO", 0, QXHttpService::kMethodGet, "/KORVA/System/IO",
-     EventAnswer::kIOPortList},
-    {"/KORVA/System/capabilities", 0, QXHttpService::kMethodGet, "/KORVA/Smart/capabilities",
-     EventAnswer::kDeviceCap},
-    {kTriggerPath, 1, QXHttpService::kMethodPut, "/KORVA/System/IO/outputs/%d/trigger",
+    {"/KORVA/System/IO", kGetBit, "/KORVA/System/IO", EventAnswer::kIOPortList},
+    {"/KORVA/System/capabilities", kGetBit, "/KORVA/Smart/capabilities", EventAnswer::kDeviceCap},
+    {"/KORVA/System/IO/outputs/%d/trigger", kPutBit, "/KORVA/System/IO/outputs/%d/trigger",
      EventAnswer::kTrigger},
-}};
+};
+constexpr const Route<EventAnswer>& kTriggerRoute = kRoutes[4];
+static_assert(kTriggerRoute.entry == EventAnswer::kTrigger);
 
-const EventRoute* findRoute(const std::string& url) {
-    for (const EventRoute& route : kRoutes) {
-        const bool matched =
-            route.intFields == 0
-                ? QXBase::CRESTfulProtocol::cmpURL(url, route.path) != 0
-                : QXBase::CRESTfulProtocol::cmpURLWithInt(url, route.path, route.intFields) != 0;
-        if (matched) return &route;
-    }
-    return nullptr;
+const Route<EventAnswer>* routeOf(const std::string& url) {
+    return findRoute<EventAnswer>(kRoutes, url);
 }
 
 // The smart capability flags, in output order.
@@ -135,28 +115,28 @@ bool writePortList(QXBase::CXmlBase& doc, const Json::Value& portList, const Por
 }  // namespace
 
 int CEventCfg::matchURL(const std::string& url, unsigned char method) {
-    const EventRoute* route = findRoute(url);
-    return route != nullptr && route->method == method ? 0 : -1;
+    return matchRoute<EventAnswer>(kRoutes, url, method);
 }
 
 int CEventCfg::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                 const ExchangeHolder& exchange, const std::string& devIndex) {
     if (!exchange.exchange) return -1;
-    const EventRoute* route = findRoute(exchange.exchange->getUrl());
+    const std::string url = exchange.exchange->getUrl();
+    const Route<EventAnswer>* route = routeOf(url);
     if (route == nullptr) return -1;
-    if (route->answer == EventAnswer::kTrigger) {
+    if (route->entry == EventAnswer::kTrigger) {
         return covertIOOutputTriggerUrlandBody(jsonUrl, jsonBody, exchange, devIndex);
     }
-    if (!device::makeGatewayUrl(jsonUrl, route->gatewayPath, devIndex)) return -1;
+    if (!makeRouteUrl(jsonUrl, *route, url, devIndex)) return -1;
     jsonBody->clear();
-    return exchange.exchange->getMethod() == QXHttpService::kMethodGet ? 0 : -1;
+    return route->accepts(exchange.exchange->getMethod()) ? 0 : -1;
 }
 
 int CEventCfg::covertRsp(std::string* xmlOut, const Json::Value& root, const std::string& url,
                          int method) {
-    const EventRoute* route = findRoute(url);
+    const Route<EventAnswer>* route = routeOf(url);
     if (route == nullptr) return kResultNotMine;
-    switch (route->answer) {
+    switch (route->entry) {
         case EventAnswer::kSmartCap:
             return covertSmartCapRsp(xmlOut, root);
         case EventAnswer::kIOPortList:
@@ -176,12 +156,7 @@ int CEventCfg::covertIOOutputTriggerUrlandBody(std::string* jsonUrl, std::string
                                                const ExchangeHolder& exchange,
                                                const std::string& devIndex) {
     if (!exchange.exchange) return -1;
-    int32_t port = 0;
-    device::scanUrlInts(exchange.exchange->getUrl(), kTriggerPath, &port, 1);
-    const int64_t fields[] = {port};
-    const std::string gatewayPath =
-        device::expandIntFields("/KORVA/System/IO/outputs/%d/trigger", fields, 1);
-    if (!device::makeGatewayUrl(jsonUrl, gatewayPath, devIndex)) return 1;
+    if (!makeRouteUrl(jsonUrl, kTriggerRoute, exchange.exchange->getUrl(), devIndex)) return 1;
     if (exchange.exchange->getMethod() != QXHttpService::kMethodPut) return -1;
 
     QXBase::CXmlBase doc;

@@ -1,12 +1,10 @@
 #include "plugin/handlers/ptz_ctrl.h"
 
-#include <array>
-#include <cstdint>
-
 #include "host/kvl_runtime.h"
 #include "host/xml_base.h"
 #include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
+#include "plugin/relay/route_table.h"
 
 namespace QXKORVAProtocol {
 
@@ -18,64 +16,27 @@ using device::FieldType;
 
 enum class PtzCommand { kChannelList, kContinuous, kPresetGoto, kPreset, kHomeGoto };
 
-constexpr unsigned methodBit(unsigned char method) {
-    return 1u << method;
-}
-constexpr unsigned kGet = methodBit(QXHttpService::kMethodGet);
-constexpr unsigned kPut = methodBit(QXHttpService::kMethodPut);
-constexpr unsigned kDelete = methodBit(QXHttpService::kMethodDelete);
-
-struct PtzRoute {
-    const char* path;
-    int intFields;  // channel, then preset; 0 compares with cmpURL
-    unsigned methods;
-    const char* gatewayPath;  // takes the request's numbers unchanged, in the same order
-    PtzCommand command;
-};
-
-// In the order every operation tries them: the goto row comes before the preset row.
-constexpr std::array<PtzRoute, 5> kRoutes = {{
-    {"/KORVA/PTZCtrl/channels", 0, kGet, "/KORVA/PTZCtrl/channels", PtzCommand::kChannelList},
-    {"/KORVA/PTZCtrl/channels/%d/continuous", 1, kPut, "/KORVA/PTZCtrl/channels/%d/continuous",
+// The gateway paths take the request's numbers unchanged, in the same order.
+constexpr Route<PtzCommand> kRoutes[] = {
+    {"/KORVA/PTZCtrl/channels", kGetBit, "/KORVA/PTZCtrl/channels", PtzCommand::kChannelList},
+    {"/KORVA/PTZCtrl/channels/%d/continuous", kPutBit, "/KORVA/PTZCtrl/channels/%d/continuous",
      PtzCommand::kContinuous},
-    {"/KORVA/PTZCtrl/channels/%d/presets/%d/goto", 2, kPut,
+    {"/KORVA/PTZCtrl/channels/%d/presets/%d/goto", kPutBit,
      "/KORVA/PTZCtrl/channels/%d/presets/%d/goto", PtzCommand::kPresetGoto},
-    {"/KORVA/PTZCtrl/channels/%d/presets/%d", 2, kPut | kDelete,
+    {"/KORVA/PTZCtrl/channels/%d/presets/%d", kPutBit | kDeleteBit,
      "/KORVA/PTZCtrl/channels/%d/presets/%d", PtzCommand::kPreset},
-    {"/KORVA/PTZCtrl/channels/%d/homeposition/goto", 1, kPut,
+    {"/KORVA/PTZCtrl/channels/%d/homeposition/goto", kPutBit,
      "/KORVA/PTZCtrl/channels/%d/homeposition/goto", PtzCommand::kHomeGoto},
-}};
+};
+constexpr const Route<PtzCommand>& kContinuousRoute = kRoutes[1];
+constexpr const Route<PtzCommand>& kPresetRoute = kRoutes[3];
+static_assert(kContinuousRoute.entry == PtzCommand::kContinuous);
+static_assert(kPresetRoute.entry == PtzCommand::kPreset);
 
-bool pathMatches(const PtzRoute& route, const std::string& url) {
-    return route.intFields == 0
-               ? QXBase::CRESTfulProtocol::cmpURL(url, route.path) != 0
-               : QXBase::CRESTfulProtocol::cmpURLWithInt(url, route.path, route.intFields) != 0;
-}
-
-// The first row whose path matches and whose methods include method.
-const PtzRoute* findRoute(const std::string& url, int method) {
-    if (method < 0 || method >= 32) return nullptr;
-    for (const PtzRoute& route : kRoutes) {
-        if ((route.methods & (1u << method)) != 0 && pathMatches(route, url)) return &route;
-    }
-    return nullptr;
-}
-
-const PtzRoute& routeOf(PtzCommand command) {
-    for (const PtzRoute& route : kRoutes) {
-        if (route.command == command) return route;
-    }
-    return kRoutes[0];
-}
-
-// The route's gateway URL with the channel and preset numbers scanned from the request URL.
-bool makeRouteUrl(std::string* jsonUrl, const PtzRoute& route, const std::string& url,
-                  const std::string& devIndex) {
-    int32_t numbers[2] = {0, 0};
-    device::scanUrlInts(url, route.path, numbers, route.intFields);
-    const int64_t fields[2] = {numbers[0], numbers[1]};
-    return device::makeGatewayUrl(
-        jsonUrl, device::expandIntFields(route.gatewayPath, fields, route.intFields), devIndex);
+// The row of url when it accepts method.
+const Route<PtzCommand>* routeOf(const std::string& url, int method) {
+    const Route<PtzCommand>* route = findRoute<PtzCommand>(kRoutes, url);
+    return route != nullptr && route->accepts(method) ? route : nullptr;
 }
 
 constexpr FieldRow kControlAddressRows[] = {
@@ -123,16 +84,16 @@ const char* requestBody(const ExchangeHolder& exchange) {
 }  // namespace
 
 int CPTZCtrl::matchURL(const std::string& url, unsigned char method) {
-    return findRoute(url, method) != nullptr ? 0 : -1;
+    return matchRoute<PtzCommand>(kRoutes, url, method);
 }
 
 int CPTZCtrl::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                const ExchangeHolder& exchange, const std::string& devIndex) {
     if (!exchange.exchange) return -1;
     const std::string url = exchange.exchange->getUrl();
-    const PtzRoute* route = findRoute(url, exchange.exchange->getMethod());
+    const Route<PtzCommand>* route = routeOf(url, exchange.exchange->getMethod());
     if (route == nullptr) return -1;
-    switch (route->command) {
+    switch (route->entry) {
         case PtzCommand::kContinuous:
             return covertPTZContinuousUrlandBody(jsonUrl, jsonBody, exchange, devIndex);
         case PtzCommand::kPreset:
@@ -149,9 +110,9 @@ int CPTZCtrl::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
 
 int CPTZCtrl::covertRsp(std::string* xmlOut, const Json::Value& root, const std::string& url,
                         int method) {
-    const PtzRoute* route = findRoute(url, method);
+    const Route<PtzCommand>* route = routeOf(url, method);
     if (route == nullptr) return kResultNotMine;
-    if (route->command == PtzCommand::kChannelList) return covertPTZChannelListRsp(xmlOut, root);
+    if (route->entry == PtzCommand::kChannelList) return covertPTZChannelListRsp(xmlOut, root);
     *xmlOut = getResponseByError(static_cast<int>(kErrorOk), url);
     return kResultOk;
 }
@@ -160,8 +121,7 @@ int CPTZCtrl::covertPTZContinuousUrlandBody(std::string* jsonUrl, std::string* j
                                             const ExchangeHolder& exchange,
                                             const std::string& devIndex) {
     if (!exchange.exchange) return -1;
-    const PtzRoute& route = routeOf(PtzCommand::kContinuous);
-    if (!makeRouteUrl(jsonUrl, route, exchange.exchange->getUrl(), devIndex)) return 1;
+    if (!makeRouteUrl(jsonUrl, kContinuousRoute, exchange.exchange->getUrl(), devIndex)) return 1;
     if (exchange.exchange->getMethod() != QXHttpService::kMethodPut) return -1;
 
     QXBase::CXmlBase doc;
@@ -184,8 +144,7 @@ int CPTZCtrl::covertPTZPresetUrlandBody(std::string* jsonUrl, std::string* jsonB
                                         const ExchangeHolder& exchange,
                                         const std::string& devIndex) {
     if (!exchange.exchange) return -1;
-    const PtzRoute& route = routeOf(PtzCommand::kPreset);
-    if (!makeRouteUrl(jsonUrl, route, exchange.exchange->getUrl(), devIndex)) return 1;
+    if (!makeRouteUrl(jsonUrl, kPresetRoute, exchange.exchange->getUrl(), devIndex)) return 1;
     const unsigned char method = exchange.exchange->getMethod();
     if (method == QXHttpService::kMethodDelete) {
         jsonBody->clear();
