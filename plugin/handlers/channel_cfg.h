@@ -71,7 +71,7 @@ class CChannelCfg : public CDevCfgBase {
     static int getJsonAudio(Json::Value* out, QXBase::CXmlBase& xml);
 
     // Section writers: xml is positioned inside StreamingChannel; the section element is
-    // appended and closed. On failure nothing is appended.
+    // appended and closed. On failure xml holds a partial section and must be dropped.
     static int getXmlTransport(QXBase::CXmlBase& xml, const Json::Value& transport);
     static int getXmlVideo(QXBase::CXmlBase& xml, const Json::Value& video);
     static int getXmlAudio(QXBase::CXmlBase& xml, const Json::Value& audio);

@@ -7,6 +7,7 @@
 #include "host/xml_base.h"
 #include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
+#include "plugin/pipeline/field_table.h"
 #include "plugin/pipeline/plugin_log.h"
 #include "plugin/relay/route_table.h"
 
@@ -14,9 +15,9 @@ namespace QXKORVAProtocol {
 
 namespace {
 
-using device::FieldPresence;
-using device::FieldRow;
-using device::FieldType;
+using fields::Field;
+using fields::Kind;
+using fields::Rule;
 
 enum class MaintainAnswer { kDeviceInfo, kVideoInputs, kStorage, kAdminAccesses };
 
@@ -36,26 +37,26 @@ const Route<MaintainAnswer>* routeOf(const std::string& url) {
 }
 
 // failCode is the number of the log message of a bad member.
-constexpr FieldRow kDeviceInfoRows[] = {
-    {.key = "deviceName", .type = FieldType::kStringOrNull, .failCode = 2},
-    {.key = "deviceID", .type = FieldType::kStringOrNull, .failCode = 3},
-    {.key = "deviceDescription", .type = FieldType::kFixedText, .fixedText = "IPCamera"},
-    {.key = "model", .type = FieldType::kFixedText, .fixedText = "QM-VT4407"},
-    {.key = "serialNumber", .type = FieldType::kStringOrNull, .failCode = 5},
-    {.key = "macAddress", .type = FieldType::kStringOrNull, .failCode = 6},
-    {.key = "firmwareVersion", .type = FieldType::kStringOrNull, .failCode = 7},
-    {.key = "firmwareReleasedDate", .presence = FieldPresence::kWhenTyped},
-    {.key = "bootVersion", .presence = FieldPresence::kWhenTyped},
-    {.key = "deviceType", .type = FieldType::kStringOrNull, .failCode = 9},
+constexpr Field kDeviceInfoRows[] = {
+    {.name = "deviceName", .kind = Kind::kStringOrNull, .failCode = 2},
+    {.name = "deviceID", .kind = Kind::kStringOrNull, .failCode = 3},
+    {.name = "deviceDescription", .kind = Kind::kFixedText, .fixedText = "IPCamera"},
+    {.name = "model", .kind = Kind::kFixedText, .fixedText = "QM-VT4407"},
+    {.name = "serialNumber", .kind = Kind::kStringOrNull, .failCode = 5},
+    {.name = "macAddress", .kind = Kind::kStringOrNull, .failCode = 6},
+    {.name = "firmwareVersion", .kind = Kind::kStringOrNull, .failCode = 7},
+    {.name = "firmwareReleasedDate", .toXml = Rule::kWhenTyped},
+    {.name = "bootVersion", .toXml = Rule::kWhenTyped},
+    {.name = "deviceType", .kind = Kind::kStringOrNull, .failCode = 9},
 };
 
-constexpr FieldRow kVideoInputRows[] = {
-    {.key = "id", .type = FieldType::kStringOrNull, .failCode = 4},
-    {.key = "inputPort", .type = FieldType::kStringOrNull, .failCode = 5},
-    {.key = "name", .presence = FieldPresence::kWhenTyped},
+constexpr Field kVideoInputRows[] = {
+    {.name = "id", .kind = Kind::kStringOrNull, .failCode = 4},
+    {.name = "inputPort", .kind = Kind::kStringOrNull, .failCode = 5},
+    {.name = "name", .toXml = Rule::kWhenTyped},
 };
 
-int failCodeOf(const FieldRow* failed) {
+int failCodeOf(const Field* failed) {
     return failed ? failed->failCode : 0;
 }
 
@@ -137,8 +138,8 @@ bool CDevMaintain::covertDevinfoRsp(std::string* xmlOut, const Json::Value& root
     }
     QXBase::CXmlBase doc;
     device::startDocument(doc, "DeviceInfo");
-    const FieldRow* failed = nullptr;
-    if (!device::writeFields(doc, *info, kDeviceInfoRows, &failed)) {
+    const Field* failed = nullptr;
+    if (!fields::writeFields(doc, *info, kDeviceInfoRows, &failed)) {
         QXW_LOG(5, "covertDevinfoRsp fail %d.", failCodeOf(failed));
         return false;
     }
@@ -167,8 +168,8 @@ bool CDevMaintain::covertVideoChannelRsp(std::string* xmlOut, const Json::Value&
             return false;
         }
         doc.AddNode("VideoInputChannel");
-        const FieldRow* failed = nullptr;
-        if (!device::writeFields(doc, *channel, kVideoInputRows, &failed)) {
+        const Field* failed = nullptr;
+        if (!fields::writeFields(doc, *channel, kVideoInputRows, &failed)) {
             QXW_LOG(5, "covertVideoChannelRsp fail %d.", failCodeOf(failed));
             return false;
         }

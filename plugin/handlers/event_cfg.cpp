@@ -5,6 +5,7 @@
 #include "host/xml_base.h"
 #include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
+#include "plugin/pipeline/field_table.h"
 #include "plugin/pipeline/plugin_log.h"
 #include "plugin/relay/route_table.h"
 
@@ -12,9 +13,9 @@ namespace QXKORVAProtocol {
 
 namespace {
 
-using device::FieldPresence;
-using device::FieldRow;
-using device::FieldType;
+using fields::Field;
+using fields::Kind;
+using fields::Rule;
 
 enum class EventAnswer { kSmartCap, kIOPortList, kDeviceCap, kTrigger };
 
@@ -69,48 +70,32 @@ constexpr const char* kSmartCapKeys[] = {
 };
 static_assert(std::size(kSmartCapKeys) == 29);
 
-constexpr FieldRow kInputPortRows[] = {
-    {.key = "id", .type = FieldType::kInt32},
-    {.key = "enable", .type = FieldType::kBool, .element = "enabled"},
-    {.key = "triggering", .presence = FieldPresence::kOptional},
-    {.key = "name", .presence = FieldPresence::kOptional},
+constexpr Field kInputPortRows[] = {
+    {.name = "id", .kind = Kind::kInt32},
+    {.name = "enable", .kind = Kind::kBool, .element = "enabled"},
+    {.name = "triggering", .toXml = Rule::kOptional},
+    {.name = "name", .toXml = Rule::kOptional},
 };
 
-constexpr FieldRow kOutputPortRows[] = {
-    {.key = "id", .type = FieldType::kInt32},
-    {.key = "enable", .type = FieldType::kBool, .element = "enabled"},
-    {.key = "name", .presence = FieldPresence::kOptional},
+constexpr Field kOutputPortRows[] = {
+    {.name = "id", .kind = Kind::kInt32},
+    {.name = "enable", .kind = Kind::kBool, .element = "enabled"},
+    {.name = "name", .toXml = Rule::kOptional},
 };
 
-struct PortListKind {
-    const char* listKey;
-    const char* portKey;
-    std::span<const FieldRow> rows;
+// The two port lists of IOPortList (nothing when absent; an empty element when not an array).
+constexpr Field kPortListRows[] = {
+    {.name = "IOInputPortList",
+     .kind = Kind::kList,
+     .toXml = Rule::kOptional,
+     .children = kInputPortRows,
+     .item = "IOInputPort"},
+    {.name = "IOOutputPortList",
+     .kind = Kind::kList,
+     .toXml = Rule::kOptional,
+     .children = kOutputPortRows,
+     .item = "IOOutputPort"},
 };
-
-constexpr PortListKind kInputPorts = {"IOInputPortList", "IOInputPort", kInputPortRows};
-constexpr PortListKind kOutputPorts = {"IOOutputPortList", "IOOutputPort", kOutputPortRows};
-
-// One port list of IOPortList (nothing when absent; an empty element when not an array).
-// Array elements without the port wrapper are skipped. False on a member of the wrong type.
-bool writePortList(QXBase::CXmlBase& doc, const Json::Value& portList, const PortListKind& kind) {
-    const Json::Value* ports = nullptr;
-    if (!device::findMember(portList, kind.listKey, &ports)) return false;
-    if (ports == nullptr) return true;
-    doc.AddNode(kind.listKey);
-    if (ports->isArray()) {
-        for (Json::ArrayIndex i = 0; i < ports->size(); ++i) {
-            const Json::Value* port = nullptr;
-            if (!device::findMember((*ports)[i], kind.portKey, &port)) return false;
-            if (port == nullptr) continue;
-            doc.AddNode(kind.portKey);
-            if (!device::writeFields(doc, *port, kind.rows)) return false;
-            doc.OutOfElem();
-        }
-    }
-    doc.OutOfElem();
-    return true;
-}
 
 }  // namespace
 
@@ -214,10 +199,7 @@ int CEventCfg::covertIOPortListRsp(std::string* xmlOut, const Json::Value& root)
     }
     if (!device::isContainer(*portList)) return kResultConvertFailed;
     doc.CreateRoot("IOPortList");
-    if (!writePortList(doc, *portList, kInputPorts) ||
-        !writePortList(doc, *portList, kOutputPorts)) {
-        return kResultConvertFailed;
-    }
+    if (!fields::writeFields(doc, *portList, kPortListRows)) return kResultConvertFailed;
     *xmlOut = doc.WriteToBuf();
     return kResultOk;
 }

@@ -4,15 +4,16 @@
 #include "host/xml_base.h"
 #include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
+#include "plugin/pipeline/field_table.h"
 #include "plugin/relay/route_table.h"
 
 namespace QXKORVAProtocol {
 
 namespace {
 
-using device::FieldPresence;
-using device::FieldRow;
-using device::FieldType;
+using fields::Field;
+using fields::Kind;
+using fields::Rule;
 
 enum class PtzCommand { kChannelList, kContinuous, kPresetGoto, kPreset, kHomeGoto };
 
@@ -39,42 +40,40 @@ const Route<PtzCommand>* routeOf(const std::string& url, int method) {
     return route != nullptr && route->accepts(method) ? route : nullptr;
 }
 
-constexpr FieldRow kControlAddressRows[] = {
-    {.key = "enabled", .type = FieldType::kBool},
-    {.key = "Address", .presence = FieldPresence::kOptional},
+constexpr Field kControlAddressRows[] = {
+    {.name = "enabled", .kind = Kind::kBool},
+    {.name = "Address", .toXml = Rule::kOptional},
 };
 
-constexpr FieldRow kRs485Rows[] = {
-    {.key = "baudRate", .type = FieldType::kInt32},
-    {.key = "dataBits", .type = FieldType::kInt32},
-    {.key = "parityType"},
-    {.key = "stopBits"},
-    {.key = "flowCtrl"},
+constexpr Field kRs485Rows[] = {
+    {.name = "baudRate", .kind = Kind::kInt32},
+    {.name = "dataBits", .kind = Kind::kInt32},
+    {.name = "parityType"},
+    {.name = "stopBits"},
+    {.name = "flowCtrl"},
 };
 
-constexpr FieldRow kChannelRows[] = {
-    {.key = "id", .type = FieldType::kInt32},
-    {.key = "enabled", .type = FieldType::kBool},
-    {.key = "serialNumber", .type = FieldType::kInt32},
-    {.key = "videoInputID", .type = FieldType::kInt32},
-    {.key = "panMaxSpeed", .type = FieldType::kInt32, .presence = FieldPresence::kOptional},
-    {.key = "tiltMaxSpeed", .type = FieldType::kInt32, .presence = FieldPresence::kOptional},
-    {.key = "presetSpeed", .type = FieldType::kInt32, .presence = FieldPresence::kOptional},
-    {.key = "autoPatrolSpeed", .type = FieldType::kInt32, .presence = FieldPresence::kOptional},
-    {.key = "keyBoardControlSpeed",
-     .type = FieldType::kInt32,
-     .presence = FieldPresence::kOptional},
-    {.key = "controlProtocol", .presence = FieldPresence::kOptional},
-    {.key = "controlAddress",
-     .type = FieldType::kObject,
-     .presence = FieldPresence::kOptional,
+constexpr Field kChannelRows[] = {
+    {.name = "id", .kind = Kind::kInt32},
+    {.name = "enabled", .kind = Kind::kBool},
+    {.name = "serialNumber", .kind = Kind::kInt32},
+    {.name = "videoInputID", .kind = Kind::kInt32},
+    {.name = "panMaxSpeed", .kind = Kind::kInt32, .toXml = Rule::kOptional},
+    {.name = "tiltMaxSpeed", .kind = Kind::kInt32, .toXml = Rule::kOptional},
+    {.name = "presetSpeed", .kind = Kind::kInt32, .toXml = Rule::kOptional},
+    {.name = "autoPatrolSpeed", .kind = Kind::kInt32, .toXml = Rule::kOptional},
+    {.name = "keyBoardControlSpeed", .kind = Kind::kInt32, .toXml = Rule::kOptional},
+    {.name = "controlProtocol", .toXml = Rule::kOptional},
+    {.name = "controlAddress",
+     .kind = Kind::kObject,
+     .toXml = Rule::kOptional,
      .children = kControlAddressRows},
-    {.key = "defaultPresetID", .presence = FieldPresence::kOptional},
-    {.key = "PTZRs485Para",
-     .type = FieldType::kObject,
-     .presence = FieldPresence::kOptional,
+    {.name = "defaultPresetID", .toXml = Rule::kOptional},
+    {.name = "PTZRs485Para",
+     .kind = Kind::kObject,
+     .toXml = Rule::kOptional,
      .children = kRs485Rows},
-    {.key = "manualControlSpeed", .presence = FieldPresence::kOptional},
+    {.name = "manualControlSpeed", .toXml = Rule::kOptional},
 };
 
 const char* requestBody(const ExchangeHolder& exchange) {
@@ -190,7 +189,7 @@ int CPTZCtrl::covertPTZChannelListRsp(std::string* xmlOut, const Json::Value& ro
                 return kResultConvertFailed;
             }
             doc.AddNode("PTZChannel");
-            if (!device::writeFields(doc, *channel, kChannelRows)) return kResultConvertFailed;
+            if (!fields::writeFields(doc, *channel, kChannelRows)) return kResultConvertFailed;
             doc.OutOfElem();
         }
     }
