@@ -3,6 +3,7 @@
 #include <span>
 
 #include "plugin/pipeline/field_table.h"
+#include "plugin/pipeline/json_access.h"
 
 namespace QXKORVAProtocol {
 namespace {
@@ -61,9 +62,8 @@ constexpr Field kAudioField[] = {
 
 // The EventNotificationAlert object of root, or null when root has none.
 const Json::Value* alertOf(const Json::Value& root) {
-    if (!root.isObject() || !root.isMember(kAlertRoot)) return nullptr;
-    const Json::Value& alert = root[kAlertRoot];
-    return alert.isObject() ? &alert : nullptr;
+    const Json::Value* alert = findMember(root, kAlertRoot);
+    return alert != nullptr && alert->isObject() ? alert : nullptr;
 }
 
 bool writeAlertFields(const Json::Value& root, std::span<const Field> rows, QXBase::CXmlBase& doc) {

@@ -5,10 +5,11 @@
 #include "host/config_mgr.h"
 #include "host/kvl_runtime.h"
 #include "host/xml_base.h"
-#include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
 #include "plugin/pipeline/field_table.h"
+#include "plugin/pipeline/json_access.h"
 #include "plugin/pipeline/plugin_log.h"
+#include "plugin/pipeline/xml_text.h"
 #include "plugin/relay/route_table.h"
 
 namespace QXKORVAProtocol {
@@ -131,13 +132,13 @@ int CDevMaintain::covertRsp(std::string* xmlOut, const Json::Value& root, const 
 }
 
 bool CDevMaintain::covertDevinfoRsp(std::string* xmlOut, const Json::Value& root) {
-    const Json::Value* info = nullptr;
-    if (!device::findMember(root, "DeviceInfo", &info) || info == nullptr || !info->isObject()) {
+    const Json::Value* info = findMember(root, "DeviceInfo");
+    if (info == nullptr || !info->isObject()) {
         QXW_LOG(5, "covertDevinfoRsp fail 1.");
         return false;
     }
     QXBase::CXmlBase doc;
-    device::startDocument(doc, "DeviceInfo");
+    startDocument(doc, "DeviceInfo");
     const Field* failed = nullptr;
     if (!fields::writeFields(doc, *info, kDeviceInfoRows, &failed)) {
         QXW_LOG(5, "covertDevinfoRsp fail %d.", failCodeOf(failed));
@@ -148,22 +149,21 @@ bool CDevMaintain::covertDevinfoRsp(std::string* xmlOut, const Json::Value& root
 }
 
 bool CDevMaintain::covertVideoChannelRsp(std::string* xmlOut, const Json::Value& root) {
-    const Json::Value* list = nullptr;
-    if (!device::findMember(root, "VideoInputChannelList", &list) || list == nullptr) {
+    const Json::Value* list = findMember(root, "VideoInputChannelList");
+    if (list == nullptr) {
         QXW_LOG(5, "covertVideoChannelRsp fail 1.");
         return false;
     }
     QXBase::CXmlBase doc;
-    device::startDocument(doc, "VideoInputChannelList");
+    startDocument(doc, "VideoInputChannelList");
     if (!list->isArray()) {
         QXW_LOG(4, "covertVideoChannelRsp fail 2 and return null list.");
         *xmlOut = doc.WriteToBuf();
         return true;
     }
     for (Json::ArrayIndex i = 0; i < list->size(); ++i) {
-        const Json::Value* channel = nullptr;
-        if (!device::findMember((*list)[i], "VideoInputChannel", &channel) || channel == nullptr ||
-            !channel->isObject()) {
+        const Json::Value* channel = findMember((*list)[i], "VideoInputChannel");
+        if (channel == nullptr || !channel->isObject()) {
             QXW_LOG(5, "covertVideoChannelRsp fail 3.");
             return false;
         }
@@ -202,13 +202,13 @@ bool CDevMaintain::covertAdminAccessesRsp(std::string* xmlOut) {
     network.reset();
 
     QXBase::CXmlBase doc;
-    device::startDocument(doc, "AdminAccessProtocolList");
+    startDocument(doc, "AdminAccessProtocolList");
     for (const auto& entry : entries) {
         doc.AddNode("AdminAccessProtocol");
-        device::addLeaf(doc, "id", entry.id);
-        device::addLeaf(doc, "enabled", device::boolText(entry.enabled));
-        device::addLeaf(doc, "protocol", entry.protocol);
-        device::addLeaf(doc, "portNo", portText(entry.port));
+        addTextElement(doc, "id", entry.id);
+        addTextElement(doc, "enabled", boolText(entry.enabled));
+        addTextElement(doc, "protocol", entry.protocol);
+        addTextElement(doc, "portNo", portText(entry.port));
         doc.OutOfElem();
     }
     *xmlOut = doc.WriteToBuf();

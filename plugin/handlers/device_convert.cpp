@@ -7,14 +7,6 @@
 
 namespace QXKORVAProtocol::device {
 
-bool findMember(const Json::Value& container, const char* key, const Json::Value** member) {
-    *member = nullptr;
-    if (container.isNull()) return true;
-    if (!container.isObject()) return false;
-    *member = container.find(key, key + std::char_traits<char>::length(key));
-    return true;
-}
-
 bool readAsText(const Json::Value& value, std::string* out) {
     if (value.isArray() || value.isObject()) return false;
     *out = value.asString();
@@ -50,16 +42,6 @@ bool readAsBool(const Json::Value& value, bool* out) {
         return false;
     }
     return true;
-}
-
-void addLeaf(QXBase::CXmlBase& doc, const char* name, const std::string& text) {
-    doc.AddNode(name, text);
-    doc.OutOfElem();
-}
-
-void startDocument(QXBase::CXmlBase& doc, const char* root) {
-    doc.CreateDeclaration("1.0", "UTF-8");
-    doc.CreateRoot(root);
 }
 
 std::string writeJsonBody(const Json::Value& value) {

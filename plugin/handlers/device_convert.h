@@ -1,6 +1,5 @@
 // Helpers shared by the device-resource handlers (device maintenance, events and I/O, image,
-// PTZ, content search): reading device answers without the JSON library's exceptions, writing
-// leaf elements.
+// PTZ, content search): reading device answers without the JSON library's exceptions.
 //
 // The JSON library refuses a member lookup on anything but an object or null, and a conversion
 // between incompatible types, by throwing. These helpers test first and report such a value as
@@ -13,18 +12,7 @@
 #include <cstdint>
 #include <string>
 
-#include "host/xml_base.h"
-
 namespace QXKORVAProtocol::device {
-
-// An object, or null (which has no members): a value member lookups may read.
-inline bool isContainer(const Json::Value& value) {
-    return value.isObject() || value.isNull();
-}
-
-// *member = the member key of container, or nullptr when it has none (a null container has no
-// members). False, *member = nullptr, when container is neither an object nor null.
-bool findMember(const Json::Value& container, const char* key, const Json::Value** member);
 
 // The library's text reading: strings as they are, numbers and booleans in their JSON text form,
 // null as "". False for arrays and objects.
@@ -36,16 +24,6 @@ bool readAsInt32(const Json::Value& value, int32_t* out);
 
 // The library's boolean reading (null false, numbers nonzero). False for strings and containers.
 bool readAsBool(const Json::Value& value, bool* out);
-
-inline const char* boolText(bool value) {
-    return value ? "true" : "false";
-}
-
-// AddNode(name, text) and back out to the level it was added at.
-void addLeaf(QXBase::CXmlBase& doc, const char* name, const std::string& text);
-
-// Declaration version "1.0", encoding "UTF-8", and the root element (entered).
-void startDocument(QXBase::CXmlBase& doc, const char* root);
 
 // The compact JSON text of a gateway request body (one line, keys ascending, final line feed).
 std::string writeJsonBody(const Json::Value& value);

@@ -6,7 +6,9 @@
 #include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
 #include "plugin/pipeline/field_table.h"
+#include "plugin/pipeline/json_access.h"
 #include "plugin/pipeline/plugin_log.h"
+#include "plugin/pipeline/xml_text.h"
 #include "plugin/relay/route_table.h"
 
 namespace QXKORVAProtocol {
@@ -170,34 +172,32 @@ int CEventCfg::covertIOOutputTriggerUrlandBody(std::string* jsonUrl, std::string
 }
 
 int CEventCfg::covertSmartCapRsp(std::string* xmlOut, const Json::Value& root) {
-    const Json::Value* smartCap = nullptr;
-    if (!device::findMember(root, "SmartCap", &smartCap) || smartCap == nullptr ||
-        !device::isContainer(*smartCap)) {
+    const Json::Value* smartCap = findMember(root, "SmartCap");
+    if (smartCap == nullptr || !isContainer(*smartCap)) {
         return kResultConvertFailed;
     }
     QXBase::CXmlBase doc;
-    device::startDocument(doc, "SmartCap");
+    startDocument(doc, "SmartCap");
     for (const char* key : kSmartCapKeys) {
-        const Json::Value* flag = nullptr;
-        device::findMember(*smartCap, key, &flag);
+        const Json::Value* flag = findMember(*smartCap, key);
         if (flag == nullptr) continue;
         if (!flag->isBool()) return kResultConvertFailed;
-        device::addLeaf(doc, key, device::boolText(flag->asBool()));
+        addTextElement(doc, key, boolText(flag->asBool()));
     }
     *xmlOut = doc.WriteToBuf();
     return kResultOk;
 }
 
 int CEventCfg::covertIOPortListRsp(std::string* xmlOut, const Json::Value& root) {
-    const Json::Value* portList = nullptr;
-    if (!device::findMember(root, "IOPortList", &portList)) return kResultConvertFailed;
+    if (!isContainer(root)) return kResultConvertFailed;
+    const Json::Value* portList = findMember(root, "IOPortList");
     QXBase::CXmlBase doc;
     doc.CreateDeclaration("1.0", "UTF-8");
     if (portList == nullptr) {
         *xmlOut = doc.WriteToBuf();
         return kResultOk;
     }
-    if (!device::isContainer(*portList)) return kResultConvertFailed;
+    if (!isContainer(*portList)) return kResultConvertFailed;
     doc.CreateRoot("IOPortList");
     if (!fields::writeFields(doc, *portList, kPortListRows)) return kResultConvertFailed;
     *xmlOut = doc.WriteToBuf();

@@ -1,8 +1,8 @@
 #include "plugin/handlers/image_cfg.h"
 
 #include "host/xml_base.h"
-#include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
+#include "plugin/pipeline/xml_text.h"
 #include "plugin/relay/gateway_url.h"
 #include "plugin/relay/route_table.h"
 
@@ -46,7 +46,7 @@ int CImageCfg::covertRsp(std::string* xmlOut, const Json::Value&, const std::str
 
 void CImageCfg::covertImageChannelRsp(std::string* xmlOut) {
     QXBase::CXmlBase doc;
-    device::startDocument(doc, "ImageChannel");
+    startDocument(doc, "ImageChannel");
     *xmlOut = doc.WriteToBuf();
 }
 

@@ -5,6 +5,8 @@
 #include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
 #include "plugin/pipeline/field_table.h"
+#include "plugin/pipeline/json_access.h"
+#include "plugin/pipeline/xml_text.h"
 #include "plugin/relay/route_table.h"
 
 namespace QXKORVAProtocol {
@@ -76,8 +78,51 @@ constexpr Field kChannelRows[] = {
     {.name = "manualControlSpeed", .toXml = Rule::kOptional},
 };
 
-const char* requestBody(const ExchangeHolder& exchange) {
-    return exchange.body != nullptr ? exchange.body : "";
+// The start of every command: the exchange is there and the route's gateway URL fits. 0, or the
+// command's result: -1 without an exchange, 1 when the URL cannot be composed.
+int startCommand(std::string* jsonUrl, const Route<PtzCommand>& route,
+                 const ExchangeHolder& exchange, const std::string& devIndex) {
+    if (!exchange.exchange) return -1;
+    return makeRouteUrl(jsonUrl, route, exchange.exchange->getUrl(), devIndex) ? 0 : 1;
+}
+
+// The command body: readContent turns the children of the request body's element `root` into
+// the JSON body {root: content} (content stays null when it reads nothing). 0, or 1 with
+// *jsonUrl emptied when the body is not XML, has no `root` or readContent refuses it.
+template <typename ReadContent>
+int convertCommandBody(std::string* jsonUrl, std::string* jsonBody, const ExchangeHolder& exchange,
+                       const char* root, ReadContent readContent) {
+    QXBase::CXmlBase doc;
+    Json::Value content;
+    if (!doc.Parse(exchange.body != nullptr ? exchange.body : "") || !doc.FindElem(root) ||
+        !doc.IntoElem() || !readContent(doc, content)) {
+        jsonUrl->clear();
+        return 1;
+    }
+    Json::Value body;
+    body[root] = std::move(content);
+    *jsonBody = device::writeJsonBody(body);
+    return 0;
+}
+
+// No scaling, no range check: the numbers go to the device as the client sent them.
+bool readMove(QXBase::CXmlBase& doc, Json::Value& data) {
+    for (const char* axis : {"pan", "tilt", "zoom"}) {
+        if (doc.FindElem(axis)) data[axis] = KVL_Atoi32(doc.GetData().c_str());
+    }
+    return true;
+}
+
+// Only the exact text "false" disables the preset; an empty id or name is refused.
+bool readPreset(QXBase::CXmlBase& doc, Json::Value& preset) {
+    if (doc.FindElem("enabled")) preset["enabled"] = doc.GetData() != "false";
+    for (const char* name : {"id", "presetName"}) {
+        if (!doc.FindElem(name)) continue;
+        const std::string text = doc.GetData();
+        if (text.empty()) return false;
+        preset[name] = text;
+    }
+    return true;
 }
 
 }  // namespace
@@ -119,73 +164,35 @@ int CPTZCtrl::covertRsp(std::string* xmlOut, const Json::Value& root, const std:
 int CPTZCtrl::covertPTZContinuousUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                             const ExchangeHolder& exchange,
                                             const std::string& devIndex) {
-    if (!exchange.exchange) return -1;
-    if (!makeRouteUrl(jsonUrl, kContinuousRoute, exchange.exchange->getUrl(), devIndex)) return 1;
+    if (const int result = startCommand(jsonUrl, kContinuousRoute, exchange, devIndex)) {
+        return result;
+    }
     if (exchange.exchange->getMethod() != QXHttpService::kMethodPut) return -1;
-
-    QXBase::CXmlBase doc;
-    if (!doc.Parse(requestBody(exchange)) || !doc.FindElem("PTZData") || !doc.IntoElem()) {
-        jsonUrl->clear();
-        return 1;
-    }
-    // No scaling, no range check: the numbers go to the device as the client sent them.
-    Json::Value data;
-    for (const char* axis : {"pan", "tilt", "zoom"}) {
-        if (doc.FindElem(axis)) data[axis] = KVL_Atoi32(doc.GetData().c_str());
-    }
-    Json::Value body;
-    body["PTZData"] = data;
-    *jsonBody = device::writeJsonBody(body);
-    return 0;
+    return convertCommandBody(jsonUrl, jsonBody, exchange, "PTZData", readMove);
 }
 
 int CPTZCtrl::covertPTZPresetUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                         const ExchangeHolder& exchange,
                                         const std::string& devIndex) {
-    if (!exchange.exchange) return -1;
-    if (!makeRouteUrl(jsonUrl, kPresetRoute, exchange.exchange->getUrl(), devIndex)) return 1;
+    if (const int result = startCommand(jsonUrl, kPresetRoute, exchange, devIndex)) return result;
     const unsigned char method = exchange.exchange->getMethod();
     if (method == QXHttpService::kMethodDelete) {
         jsonBody->clear();
         return 0;
     }
     if (method != QXHttpService::kMethodPut) return -1;
-
-    QXBase::CXmlBase doc;
-    if (!doc.Parse(requestBody(exchange)) || !doc.FindElem("PTZPreset") || !doc.IntoElem()) {
-        jsonUrl->clear();
-        return 1;
-    }
-    Json::Value preset;
-    // Only the exact text "false" disables the preset.
-    if (doc.FindElem("enabled")) preset["enabled"] = doc.GetData() != "false";
-    for (const char* name : {"id", "presetName"}) {
-        if (!doc.FindElem(name)) continue;
-        const std::string text = doc.GetData();
-        if (text.empty()) {
-            jsonUrl->clear();
-            return 1;
-        }
-        preset[name] = text;
-    }
-    Json::Value body;
-    body["PTZPreset"] = preset;
-    *jsonBody = device::writeJsonBody(body);
-    return 0;
+    return convertCommandBody(jsonUrl, jsonBody, exchange, "PTZPreset", readPreset);
 }
 
 int CPTZCtrl::covertPTZChannelListRsp(std::string* xmlOut, const Json::Value& root) {
-    const Json::Value* list = nullptr;
-    if (!device::findMember(root, "PTZChannelList", &list) || list == nullptr) {
-        return kResultConvertFailed;
-    }
+    const Json::Value* list = findMember(root, "PTZChannelList");
+    if (list == nullptr) return kResultConvertFailed;
     QXBase::CXmlBase doc;
-    device::startDocument(doc, "PTZChannelList");
+    startDocument(doc, "PTZChannelList");
     if (list->isArray()) {
         for (Json::ArrayIndex i = 0; i < list->size(); ++i) {
-            const Json::Value* channel = nullptr;
-            if (!device::findMember((*list)[i], "PTZChannel", &channel) || channel == nullptr ||
-                !channel->isObject()) {
+            const Json::Value* channel = findMember((*list)[i], "PTZChannel");
+            if (channel == nullptr || !channel->isObject()) {
                 return kResultConvertFailed;
             }
             doc.AddNode("PTZChannel");
