@@ -1,7 +1,5 @@
 // StreamingChannel documents: the top level and the Transport section in both directions, and
 // the StreamingChannelList answer.
-#include <json/writer.h>
-
 #include <string>
 
 #include "host/kvl_runtime.h"
@@ -164,7 +162,7 @@ int CChannelCfg::getJsonStreamingChannel(std::string* jsonText, const std::strin
     }
     Json::Value root(Json::objectValue);
     root["StreamingChannel"] = std::move(channel);
-    *jsonText = Json::FastWriter().write(root);
+    *jsonText = writeJsonBody(root);
     return kResultOk;
 }
 

@@ -3,7 +3,6 @@
 #include <iterator>
 
 #include "host/xml_base.h"
-#include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
 #include "plugin/pipeline/field_table.h"
 #include "plugin/pipeline/json_access.h"
@@ -167,7 +166,7 @@ int CEventCfg::covertIOOutputTriggerUrlandBody(std::string* jsonUrl, std::string
         }
         body["IOPortData"]["outputState"] = state;
     }
-    *jsonBody = device::writeJsonBody(body);
+    *jsonBody = writeJsonBody(body);
     return 0;
 }
 

@@ -2,7 +2,6 @@
 
 #include "host/kvl_runtime.h"
 #include "host/xml_base.h"
-#include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
 #include "plugin/pipeline/field_table.h"
 #include "plugin/pipeline/json_access.h"
@@ -101,7 +100,7 @@ int convertCommandBody(std::string* jsonUrl, std::string* jsonBody, const Exchan
     }
     Json::Value body;
     body[root] = std::move(content);
-    *jsonBody = device::writeJsonBody(body);
+    *jsonBody = writeJsonBody(body);
     return 0;
 }
 

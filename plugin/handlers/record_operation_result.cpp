@@ -7,7 +7,6 @@
 #include <string>
 
 #include "host/xml_base.h"
-#include "plugin/handlers/device_convert.h"
 #include "plugin/handlers/record_operation.h"
 #include "plugin/pipeline/error_catalogue.h"
 #include "plugin/pipeline/json_access.h"
@@ -31,7 +30,7 @@ bool textOr(const Json::Value* member, const char* whenAbsent, std::string* out)
         *out = whenAbsent;
         return true;
     }
-    return device::readAsText(*member, out);
+    return readAsText(*member, out);
 }
 
 // The member key of container (which must be an object or null), as a container itself.
@@ -57,7 +56,7 @@ bool writeSummary(QXBase::CXmlBase& doc, const Json::Value& result) {
 
     bool status = false;
     member = findMember(result, "responseStatus");
-    if (!device::readAsBool(orNull(member), &status)) return false;
+    if (!readAsBool(orNull(member), &status)) return false;
     addTextElement(doc, "responseStatus", boolText(status));
 
     member = findMember(result, "responseStatusStrg");
@@ -65,7 +64,7 @@ bool writeSummary(QXBase::CXmlBase& doc, const Json::Value& result) {
 
     int32_t matches = 0;
     member = findMember(result, "numOfMatches");
-    if (!device::readAsInt32(orNull(member), &matches)) return false;
+    if (!readAsInt32(orNull(member), &matches)) return false;
     addTextElement(doc, "numOfMatches", std::to_string(matches));
     return true;
 }
@@ -98,7 +97,7 @@ bool writeMediaSegment(QXBase::CXmlBase& doc, const Json::Value& descriptor) {
     member = findMember(descriptor, "playbackURI");
     if (member != nullptr) {
         std::string address;
-        if (!device::readAsText(*member, &address)) return false;
+        if (!readAsText(*member, &address)) return false;
         addTextElement(doc, "playbackURI", CRecordOperation::covertPlaybackUri(address));
     }
     doc.OutOfElem();
@@ -119,7 +118,7 @@ bool writeMatchItem(QXBase::CXmlBase& doc, const Json::Value& element) {
     member = findMember(item, "trackID");
     if (member != nullptr) {
         int32_t trackId = 0;
-        if (!device::readAsInt32(*member, &trackId)) return false;
+        if (!readAsInt32(*member, &trackId)) return false;
         addTextElement(doc, "trackID", std::to_string(trackId));
     }
     if (!writeTimeSpan(doc, item)) return false;
