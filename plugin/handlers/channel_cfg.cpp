@@ -59,8 +59,7 @@ int CChannelCfg::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
     if (route->entry == ChannelRoute::kChannel) {
         return covertChannelIDUrlandBody(jsonUrl, jsonBody, url, method, exchange.body, devIndex);
     }
-    if (!route->accepts(method)) return kResultNotMine;
-    return makeRouteUrl(jsonUrl, *route, url, devIndex) ? kResultOk : kResultConvertFailed;
+    return relayWithoutBody(jsonUrl, jsonBody, *route, url, method, devIndex);
 }
 
 int CChannelCfg::covertRsp(std::string* xmlOut, const Json::Value& root, const std::string& url,

@@ -103,9 +103,8 @@ int CDevMaintain::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
     const std::string url = exchange.exchange->getUrl();
     const Route<MaintainAnswer>* route = routeOf(url);
     if (route == nullptr) return -1;
-    if (!makeRouteUrl(jsonUrl, *route, url, devIndex)) return -1;
-    jsonBody->clear();
-    return route->accepts(exchange.exchange->getMethod()) ? 0 : -1;
+    return relayWithoutBody(jsonUrl, jsonBody, *route, url, exchange.exchange->getMethod(),
+                            devIndex);
 }
 
 int CDevMaintain::covertRsp(std::string* xmlOut, const Json::Value& root, const std::string& url,

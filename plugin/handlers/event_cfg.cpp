@@ -113,9 +113,8 @@ int CEventCfg::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
     if (route->entry == EventAnswer::kTrigger) {
         return covertIOOutputTriggerUrlandBody(jsonUrl, jsonBody, exchange, devIndex);
     }
-    if (!makeRouteUrl(jsonUrl, *route, url, devIndex)) return -1;
-    jsonBody->clear();
-    return route->accepts(exchange.exchange->getMethod()) ? 0 : -1;
+    return relayWithoutBody(jsonUrl, jsonBody, *route, url, exchange.exchange->getMethod(),
+                            devIndex);
 }
 
 int CEventCfg::covertRsp(std::string* xmlOut, const Json::Value& root, const std::string& url,

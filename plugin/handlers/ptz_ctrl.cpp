@@ -134,7 +134,8 @@ int CPTZCtrl::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                const ExchangeHolder& exchange, const std::string& devIndex) {
     if (!exchange.exchange) return -1;
     const std::string url = exchange.exchange->getUrl();
-    const Route<PtzCommand>* route = routeOf(url, exchange.exchange->getMethod());
+    const int method = exchange.exchange->getMethod();
+    const Route<PtzCommand>* route = routeOf(url, method);
     if (route == nullptr) return -1;
     switch (route->entry) {
         case PtzCommand::kContinuous:
@@ -146,9 +147,7 @@ int CPTZCtrl::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
         case PtzCommand::kHomeGoto:
             break;
     }
-    if (!makeRouteUrl(jsonUrl, *route, url, devIndex)) return -1;
-    jsonBody->clear();
-    return 0;
+    return relayWithoutBody(jsonUrl, jsonBody, *route, url, method, devIndex);
 }
 
 int CPTZCtrl::covertRsp(std::string* xmlOut, const Json::Value& root, const std::string& url,

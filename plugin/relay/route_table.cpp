@@ -5,6 +5,7 @@
 
 #include "host/kvl_runtime.h"
 #include "host/restful_protocol.h"
+#include "plugin/pipeline/error_catalogue.h"
 #include "plugin/relay/gateway_url.h"
 
 namespace QXKORVAProtocol {
@@ -48,6 +49,15 @@ bool makeRouteUrl(std::string* jsonUrl, const char* path, const char* gatewayPat
     scanUrlInts(url, path, numbers, 2);
     const int64_t fields[2] = {numbers[0], numbers[1]};
     return makeGatewayUrl(jsonUrl, expandIntFields(gatewayPath, fields, 2), devIndex);
+}
+
+int relayWithoutBody(std::string* jsonUrl, std::string* jsonBody, const char* path,
+                     const char* gatewayPath, bool accepted, const std::string& url,
+                     const std::string& devIndex) {
+    if (!accepted) return kResultNotMine;
+    if (!makeRouteUrl(jsonUrl, path, gatewayPath, url, devIndex)) return kResultConvertFailed;
+    jsonBody->clear();
+    return kResultOk;
 }
 
 }  // namespace QXKORVAProtocol

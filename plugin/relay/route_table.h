@@ -73,4 +73,18 @@ bool makeRouteUrl(std::string* jsonUrl, const Route<Entry>& row, const std::stri
     return makeRouteUrl(jsonUrl, row.path, row.gatewayPath, url, devIndex);
 }
 
+// The request of a row that relays its gateway resource without a body: *jsonUrl composed (as
+// makeRouteUrl) and *jsonBody emptied. 0; -1 when the row does not accept method; 9 when the
+// URL does not fit.
+int relayWithoutBody(std::string* jsonUrl, std::string* jsonBody, const char* path,
+                     const char* gatewayPath, bool accepted, const std::string& url,
+                     const std::string& devIndex);
+
+template <typename Entry>
+int relayWithoutBody(std::string* jsonUrl, std::string* jsonBody, const Route<Entry>& row,
+                     const std::string& url, int method, const std::string& devIndex) {
+    return relayWithoutBody(jsonUrl, jsonBody, row.path, row.gatewayPath, row.accepts(method), url,
+                            devIndex);
+}
+
 }  // namespace QXKORVAProtocol
