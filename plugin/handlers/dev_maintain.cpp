@@ -57,10 +57,6 @@ constexpr Field kVideoInputRows[] = {
     {.name = "name", .toXml = Rule::kWhenTyped},
 };
 
-int failCodeOf(const Field* failed) {
-    return failed ? failed->failCode : 0;
-}
-
 // The fixed storage document: the declaration, then every piece preceded by 20 blanks.
 constexpr const char* kStorageNamespace10 = "http://www.korva-gateway.example/ver10/XMLSchema";
 constexpr const char* kStorageNamespace20 = "http://www.korva-gateway.example/ver20/XMLSchema";
@@ -140,7 +136,7 @@ bool CDevMaintain::covertDevinfoRsp(std::string* xmlOut, const Json::Value& root
     startDocument(doc, "DeviceInfo");
     const Field* failed = nullptr;
     if (!fields::writeFields(doc, *info, kDeviceInfoRows, &failed)) {
-        QXW_LOG(5, "covertDevinfoRsp fail %d.", failCodeOf(failed));
+        QXW_LOG(5, "covertDevinfoRsp fail %d.", failed != nullptr ? failed->failCode : 0);
         return false;
     }
     *xmlOut = doc.WriteToBuf();
@@ -160,19 +156,11 @@ bool CDevMaintain::covertVideoChannelRsp(std::string* xmlOut, const Json::Value&
         *xmlOut = doc.WriteToBuf();
         return true;
     }
-    for (Json::ArrayIndex i = 0; i < list->size(); ++i) {
-        const Json::Value* channel = findMember((*list)[i], "VideoInputChannel");
-        if (channel == nullptr || !channel->isObject()) {
-            QXW_LOG(5, "covertVideoChannelRsp fail 3.");
-            return false;
-        }
-        doc.AddNode("VideoInputChannel");
-        const Field* failed = nullptr;
-        if (!fields::writeFields(doc, *channel, kVideoInputRows, &failed)) {
-            QXW_LOG(5, "covertVideoChannelRsp fail %d.", failCodeOf(failed));
-            return false;
-        }
-        doc.OutOfElem();
+    const Field* failed = nullptr;
+    if (!fields::writeItems(doc, *list, "VideoInputChannel", kVideoInputRows, &failed)) {
+        // 3: an entry without a usable VideoInputChannel.
+        QXW_LOG(5, "covertVideoChannelRsp fail %d.", failed != nullptr ? failed->failCode : 3);
+        return false;
     }
     *xmlOut = doc.WriteToBuf();
     return true;

@@ -187,17 +187,7 @@ int CPTZCtrl::covertPTZChannelListRsp(std::string* xmlOut, const Json::Value& ro
     if (list == nullptr) return kResultConvertFailed;
     QXBase::CXmlBase doc;
     startDocument(doc, "PTZChannelList");
-    if (list->isArray()) {
-        for (Json::ArrayIndex i = 0; i < list->size(); ++i) {
-            const Json::Value* channel = findMember((*list)[i], "PTZChannel");
-            if (channel == nullptr || !channel->isObject()) {
-                return kResultConvertFailed;
-            }
-            doc.AddNode("PTZChannel");
-            if (!fields::writeFields(doc, *channel, kChannelRows)) return kResultConvertFailed;
-            doc.OutOfElem();
-        }
-    }
+    if (!fields::writeItems(doc, *list, "PTZChannel", kChannelRows)) return kResultConvertFailed;
     *xmlOut = doc.WriteToBuf();
     return kResultOk;
 }

@@ -171,6 +171,20 @@ bool writeFields(QXBase::CXmlBase& doc, const Json::Value& object, std::span<con
     return true;
 }
 
+bool writeItems(QXBase::CXmlBase& doc, const Json::Value& list, const char* item,
+                std::span<const Field> rows, const Field** failed) {
+    if (failed != nullptr) *failed = nullptr;
+    if (!list.isArray()) return true;
+    for (Json::ArrayIndex i = 0; i < list.size(); ++i) {
+        const Json::Value* content = findMember(list[i], item);
+        if (content == nullptr || !content->isObject()) return false;
+        doc.AddNode(item);
+        if (!writeFields(doc, *content, rows, failed)) return false;
+        doc.OutOfElem();
+    }
+    return true;
+}
+
 bool writeObject(QXBase::CXmlBase& doc, const char* name, std::span<const Field> rows,
                  const Json::Value& value) {
     if (!value.isObject()) return false;

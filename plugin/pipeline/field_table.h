@@ -103,6 +103,13 @@ struct Field {
 bool writeFields(QXBase::CXmlBase& doc, const Json::Value& object, std::span<const Field> rows,
                  const Field** failed = nullptr);
 
+// Appends, for each entry of list in order, an `item` element holding the rows written from the
+// entry's member `item`; every entry must hold `item` as an object. A list that is not an array
+// adds nothing. On failure *failed (when given) is the row that failed, or nullptr when an entry
+// has no usable `item`.
+bool writeItems(QXBase::CXmlBase& doc, const Json::Value& list, const char* item,
+                std::span<const Field> rows, const Field** failed = nullptr);
+
 // Appends <name> holding the rows written from value, which must be an object.
 bool writeObject(QXBase::CXmlBase& doc, const char* name, std::span<const Field> rows,
                  const Json::Value& value);
