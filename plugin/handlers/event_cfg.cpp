@@ -140,8 +140,7 @@ int CEventCfg::covertRsp(std::string* xmlOut, const Json::Value& root, const std
 int CEventCfg::covertIOOutputTriggerUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                                const ExchangeHolder& exchange,
                                                const std::string& devIndex) {
-    if (!exchange.exchange) return -1;
-    if (!makeRouteUrl(jsonUrl, kTriggerRoute, exchange.exchange->getUrl(), devIndex)) return 1;
+    if (const int result = startCommand(jsonUrl, kTriggerRoute, exchange, devIndex)) return result;
     if (exchange.exchange->getMethod() != QXHttpService::kMethodPut) return -1;
 
     QXBase::CXmlBase doc;

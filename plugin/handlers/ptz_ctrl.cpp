@@ -77,14 +77,6 @@ constexpr Field kChannelRows[] = {
     {.name = "manualControlSpeed", .toXml = Rule::kOptional},
 };
 
-// The start of every command: the exchange is there and the route's gateway URL fits. 0, or the
-// command's result: -1 without an exchange, 1 when the URL cannot be composed.
-int startCommand(std::string* jsonUrl, const Route<PtzCommand>& route,
-                 const ExchangeHolder& exchange, const std::string& devIndex) {
-    if (!exchange.exchange) return -1;
-    return makeRouteUrl(jsonUrl, route, exchange.exchange->getUrl(), devIndex) ? 0 : 1;
-}
-
 // The command body: readContent turns the children of the request body's element `root` into
 // the JSON body {root: content} (content stays null when it reads nothing). 0, or 1 with
 // *jsonUrl emptied when the body is not XML, has no `root` or readContent refuses it.

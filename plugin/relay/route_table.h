@@ -12,7 +12,7 @@
 #include <span>
 #include <string>
 
-#include "host/http_exchange.h"
+#include "host/exchange_holder.h"
 
 namespace QXKORVAProtocol {
 
@@ -71,6 +71,15 @@ template <typename Entry>
 bool makeRouteUrl(std::string* jsonUrl, const Route<Entry>& row, const std::string& url,
                   const std::string& devIndex) {
     return makeRouteUrl(jsonUrl, row.path, row.gatewayPath, url, devIndex);
+}
+
+// The start of a command request, whose body the handler converts itself: 0 when the exchange
+// is there and the row's gateway URL fits; -1 without an exchange, 1 when the URL does not fit.
+template <typename Entry>
+int startCommand(std::string* jsonUrl, const Route<Entry>& row, const ExchangeHolder& exchange,
+                 const std::string& devIndex) {
+    if (!exchange.exchange) return -1;
+    return makeRouteUrl(jsonUrl, row, exchange.exchange->getUrl(), devIndex) ? 0 : 1;
 }
 
 // The request of a row that relays its gateway resource without a body: *jsonUrl composed (as
