@@ -22,7 +22,6 @@ constexpr unsigned methodBit(int method) {
 }
 inline constexpr unsigned kGetBit = methodBit(QXHttpService::kMethodGet);
 inline constexpr unsigned kPutBit = methodBit(QXHttpService::kMethodPut);
-inline constexpr unsigned kPostBit = methodBit(QXHttpService::kMethodPost);
 inline constexpr unsigned kDeleteBit = methodBit(QXHttpService::kMethodDelete);
 
 // One row of a handler's route table. Entry is the handler's own description of what the route
