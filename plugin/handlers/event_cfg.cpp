@@ -1,5 +1,7 @@
 #include "plugin/handlers/event_cfg.h"
 
+#include <array>
+#include <cstddef>
 #include <iterator>
 
 #include "host/xml_base.h"
@@ -70,6 +72,17 @@ constexpr const char* kSmartCapKeys[] = {
     "isSupportLFPD",
 };
 static_assert(std::size(kSmartCapKeys) == 29);
+
+// Each flag is written when present and must then be a JSON boolean.
+template <std::size_t N>
+constexpr std::array<Field, N> optionalFlags(const char* const (&names)[N]) {
+    std::array<Field, N> rows{};
+    for (std::size_t i = 0; i < N; ++i) {
+        rows[i] = {.name = names[i], .kind = Kind::kBool, .toXml = Rule::kOptional};
+    }
+    return rows;
+}
+constexpr auto kSmartCapRows = optionalFlags(kSmartCapKeys);
 
 constexpr Field kInputPortRows[] = {
     {.name = "id", .kind = Kind::kInt32},
@@ -175,12 +188,7 @@ int CEventCfg::covertSmartCapRsp(std::string* xmlOut, const Json::Value& root) {
     }
     QXBase::CXmlBase doc;
     startDocument(doc, "SmartCap");
-    for (const char* key : kSmartCapKeys) {
-        const Json::Value* flag = findMember(*smartCap, key);
-        if (flag == nullptr) continue;
-        if (!flag->isBool()) return kResultConvertFailed;
-        addTextElement(doc, key, boolText(flag->asBool()));
-    }
+    if (!fields::writeFields(doc, *smartCap, kSmartCapRows)) return kResultConvertFailed;
     *xmlOut = doc.WriteToBuf();
     return kResultOk;
 }
