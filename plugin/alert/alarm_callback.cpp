@@ -5,6 +5,7 @@
 
 #include "plugin/alert/alarm_translation.h"
 #include "plugin/alert/event_pto.h"
+#include "plugin/pipeline/json_access.h"
 #include "plugin/pipeline/plugin_log.h"
 
 namespace QXKORVAProtocol {
@@ -12,20 +13,17 @@ namespace {
 
 // The bus's own keep-alive alarm; streams have their own heartbeat instead.
 bool isBusHeartBeat(const Json::Value& root) {
-    if (!root.isMember("EventNotificationAlert")) return false;
-    const Json::Value& alert = root["EventNotificationAlert"];
-    if (!alert.isObject() || !alert.isMember("eventDescription")) return false;
-    const Json::Value& description = alert["eventDescription"];
-    return description.isString() && description.asString() == "Heart Beat";
+    const Json::Value* alert = findMember(root, "EventNotificationAlert");
+    const Json::Value* description = alert ? findMember(*alert, "eventDescription") : nullptr;
+    return description && description->isString() && description->asString() == "Heart Beat";
 }
 
 // The alarm's device index, false when it names none.
 bool alarmDevice(const Json::Value& root, std::string* devIndex) {
-    const Json::Value& alert = root["EventNotificationAlert"];
-    if (!alert.isObject() || !alert.isMember("devIndex")) return false;
-    const Json::Value& value = alert["devIndex"];
-    if (!value.isString()) return false;
-    *devIndex = value.asString();
+    const Json::Value* alert = findMember(root, "EventNotificationAlert");
+    const Json::Value* value = alert ? findMember(*alert, "devIndex") : nullptr;
+    if (value == nullptr || !value->isString()) return false;
+    *devIndex = value->asString();
     return true;
 }
 

@@ -1,7 +1,8 @@
 // CAlarmParam: one queued part. Carries the EventNotificationAlert text to send, the target
-// stream and the service. Allocated with a non-throwing new by whoever queues it; it then
-// belongs to its stream's queue, or, as the first part of a writer turn, to the worker pool from
-// KVL_ThreadPoolFlex_Work on, and is freed by the worker that writes (or discards) it.
+// stream and the service. Always held by a std::unique_ptr: of whoever queues it, then of its
+// stream's queue, or, as the first part of a writer turn, of the worker pool from
+// KVL_ThreadPoolFlex_Work on (the one place it is released to a raw pointer), whose worker takes
+// it back into a unique_ptr and frees it once written (or discarded).
 #pragma once
 
 #include <memory>
@@ -34,7 +35,7 @@ class CAlarmParam {
     std::string m_alarmXml;
     std::shared_ptr<CAlertStreamSession> m_stream;
     CEventPto* m_owner;
-    CAlarmParam* m_next = nullptr;
+    std::unique_ptr<CAlarmParam> m_next;  // the next part in the stream's queue
 };
 
 }  // namespace QXKORVAProtocol

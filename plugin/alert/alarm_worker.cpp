@@ -53,7 +53,7 @@ WriteResult sendPart(CAlertStreamSession& stream, const std::string& xml) {
 // parts never interleave. A broken link ends the stream at once: its queued parts are discarded
 // unwritten, and the failure is logged once.
 int CEventPto::fAlarmProcessThread(void* item) {
-    auto* param = static_cast<CAlarmParam*>(item);
+    std::unique_ptr<CAlarmParam> param(static_cast<CAlarmParam*>(item));  // back from the pool
     if (param == nullptr) {
         QXW_LOG(5, "pCAlarmParam is NULL");
         return 0;
@@ -61,11 +61,10 @@ int CEventPto::fAlarmProcessThread(void* item) {
     const SessionPtr stream = param->getAlertStreamSession();
     if (!stream) {
         QXW_LOG(5, "getAlertStreamSession failed");
-        delete param;
         return 0;
     }
-    for (CAlarmParam* next = param; next != nullptr; next = stream->popPart()) {
-        std::unique_ptr<CAlarmParam> owned(next);
+    for (std::unique_ptr<CAlarmParam> owned = std::move(param); owned != nullptr;
+         owned = stream->popPart()) {
         const std::size_t bytes = owned->getAlarmXml().size();
         const bool broken =
             !stream->ended() && sendPart(*stream, owned->getAlarmXml()) == WriteResult::kBroken;
@@ -83,25 +82,23 @@ int CEventPto::fAlarmProcessThread(void* item) {
 }
 
 bool CEventPto::queuePart(const SessionPtr& stream, std::string xml) {
-    auto* item = new (std::nothrow) CAlarmParam(std::move(xml), stream, this);
+    std::unique_ptr<CAlarmParam> item(new (std::nothrow) CAlarmParam(std::move(xml), stream, this));
     if (item == nullptr) {
         QXW_LOG(5, "new CAlarmParam failed.");
         return false;
     }
     switch (stream->pushPart(item)) {
         case CAlertStreamSession::Push::kSchedule:
-            if (!queueAlarmParam(item)) stream->end();  // no pool: the stream cannot be served
+            // Without a pool the stream cannot be served.
+            if (!queueAlarmParam(std::move(item))) stream->end();
             break;
         case CAlertStreamSession::Push::kQueued:
+        case CAlertStreamSession::Push::kEnded:
             break;
         case CAlertStreamSession::Push::kFull:
-            delete item;
             dropBrokenStream(*stream);
             QXW_LOG(5, "[DevIndex=%s]stream queue full, stream ended.",
                     stream->getDevIndex().c_str());
-            break;
-        case CAlertStreamSession::Push::kEnded:
-            delete item;
             break;
     }
     return true;

@@ -17,17 +17,17 @@ CAlertStreamSession::~CAlertStreamSession() {
     freeQueueLocked();  // the last owner: nobody else can reach the queue
 }
 
+// Frees the parts one by one, so that a long queue is not freed by recursion through m_next.
 void CAlertStreamSession::freeQueueLocked() noexcept {
     while (m_first != nullptr) {
-        CAlarmParam* next = m_first->m_next;
         m_queuedBytes -= m_first->getAlarmXml().size();
-        delete m_first;
-        m_first = next;
+        m_first = std::move(m_first->m_next);
     }
     m_last = nullptr;
 }
 
-CAlertStreamSession::Push CAlertStreamSession::pushPart(CAlarmParam* item) noexcept {
+CAlertStreamSession::Push CAlertStreamSession::pushPart(
+    std::unique_ptr<CAlarmParam>& item) noexcept {
     const std::size_t bytes = item->getAlarmXml().size();
     std::lock_guard<std::mutex> lock(m_queueMutex);
     if (m_ended) return Push::kEnded;
@@ -42,26 +42,25 @@ CAlertStreamSession::Push CAlertStreamSession::pushPart(CAlarmParam* item) noexc
         return Push::kSchedule;
     }
     item->releaseStream();  // the queue must not keep its own stream alive
-    item->m_next = nullptr;
+    CAlarmParam* last = item.get();
     if (m_last == nullptr) {
-        m_first = item;
+        m_first = std::move(item);
     } else {
-        m_last->m_next = item;
+        m_last->m_next = std::move(item);
     }
-    m_last = item;
+    m_last = last;
     return Push::kQueued;
 }
 
-CAlarmParam* CAlertStreamSession::popPart() noexcept {
+std::unique_ptr<CAlarmParam> CAlertStreamSession::popPart() noexcept {
     std::lock_guard<std::mutex> lock(m_queueMutex);
-    CAlarmParam* item = m_first;
-    if (item == nullptr || m_ended) {
+    if (m_first == nullptr || m_ended) {
         m_writing = false;
         return nullptr;
     }
-    m_first = item->m_next;
+    std::unique_ptr<CAlarmParam> item = std::move(m_first);
+    m_first = std::move(item->m_next);
     if (m_first == nullptr) m_last = nullptr;
-    item->m_next = nullptr;
     return item;
 }
 

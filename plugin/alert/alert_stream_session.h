@@ -64,11 +64,12 @@ class CAlertStreamSession {
     bool isOpen() const { return m_open.load(std::memory_order_acquire); }
     void markOpen() { m_open.store(true, std::memory_order_release); }
 
-    // Offers item (see Push). On kQueued the session owns it and drops its stream reference.
-    Push pushPart(CAlarmParam* item) noexcept;
-    // The next queued part (owned by the caller), or null when the queue is empty or the
-    // stream has ended; a null result ends the caller's turn as writer.
-    CAlarmParam* popPart() noexcept;
+    // Offers item (see Push). On kQueued the session takes it (item becomes null) and drops its
+    // stream reference; otherwise item stays with the caller.
+    Push pushPart(std::unique_ptr<CAlarmParam>& item) noexcept;
+    // The next queued part, or null when the queue is empty or the stream has ended; a null
+    // result ends the caller's turn as writer.
+    std::unique_ptr<CAlarmParam> popPart() noexcept;
     // The writer is done with a part of this many document bytes (written or not).
     void partDone(std::size_t bytes) noexcept;
     // Ends the stream: queued parts are freed now and later ones refused. True for the call
@@ -96,9 +97,9 @@ class CAlertStreamSession {
     const std::shared_ptr<QXHttpService::CHttpExchange> m_exchange;  // held, never used
     std::atomic<bool> m_open{false};
 
-    mutable std::mutex m_queueMutex;  // guards the fields below
-    CAlarmParam* m_first = nullptr;
-    CAlarmParam* m_last = nullptr;
+    mutable std::mutex m_queueMutex;       // guards the fields below
+    std::unique_ptr<CAlarmParam> m_first;  // the queue, linked through CAlarmParam::m_next
+    CAlarmParam* m_last = nullptr;         // its last part (owned by the one before it)
     std::size_t m_queuedBytes = 0;
     bool m_writing = false;  // a worker item of this stream is in the pool or writing
     bool m_ended = false;

@@ -194,15 +194,19 @@ void CEventPto::removeStream(int streamId) {
     streamMap.remove(streamId);
 }
 
-bool CEventPto::queueAlarmParam(CAlarmParam* item) {
+bool CEventPto::queueAlarmParam(std::unique_ptr<CAlarmParam> item) {
     int queued = -1;
     {
         QXBase::CReadLockGuard guard(poolLock);
-        if (threadPool != nullptr) queued = KVL_ThreadPoolFlex_Work(threadPool, item);
+        if (threadPool != nullptr) {
+            // The pool owns what it accepts; a refused item comes back.
+            CAlarmParam* handedOver = item.release();
+            queued = KVL_ThreadPoolFlex_Work(threadPool, handedOver);
+            if (queued != 0) item.reset(handedOver);
+        }
     }
     if (queued == 0) return true;
     QXW_LOG(5, "KVL_ThreadPoolFlex_Work failed, part dropped.");
-    delete item;
     return false;
 }
 

@@ -93,7 +93,7 @@ class CEventPto : public CProtocolBase, public CSingleton<CEventPto> {
     // allocated.
     bool queuePart(const SessionPtr& stream, std::string xml);
     // Hands item to the worker pool. False when the pool refused it; the item is then freed.
-    bool queueAlarmParam(CAlarmParam* item);
+    bool queueAlarmParam(std::unique_ptr<CAlarmParam> item);
 
     // Worker routine: writes one queued part (CAlarmParam*) as a multipart part. Result ignored.
     static int fAlarmProcessThread(void* item);

@@ -11,6 +11,7 @@
 #include "plugin/alert/alarm_param.h"
 #include "plugin/alert/event_pto.h"
 #include "plugin/pipeline/plugin_log.h"
+#include "plugin/pipeline/xml_text.h"
 
 namespace QXKORVAProtocol {
 namespace {
@@ -34,10 +35,7 @@ int CEventPto::buildHeartBeatXml(CAlertStreamSession& stream, std::string* xml) 
     };
     QXBase::CXmlBase doc;
     doc.CreateRoot("EventNotificationAlert");
-    for (const auto& [name, text] : children) {
-        doc.AddNode(name, text);
-        doc.OutOfElem();
-    }
+    for (const auto& [name, text] : children) addTextElement(doc, name, text);
     char buffer[kHeartBeatBufferSize] = {};
     doc.WriteToBuf(buffer, sizeof(buffer));
     *xml = buffer;

@@ -3,16 +3,17 @@
 #include <string>
 
 #include "plugin/handlers/channel_cfg.h"
-#include "plugin/handlers/channel_fields.h"
 #include "plugin/pipeline/error_catalogue.h"
+#include "plugin/pipeline/json_access.h"
+#include "plugin/pipeline/xml_text.h"
 
 namespace QXKORVAProtocol {
 namespace {
 
 void addAudioChannel(QXBase::CXmlBase& xml, int id) {
     xml.AddNode("AudioChannel");
-    channel::addTextElement(xml, "id", std::to_string(id));
-    channel::addTextElement(xml, "enabled", "true");
+    addTextElement(xml, "id", std::to_string(id));
+    addTextElement(xml, "enabled", "true");
     xml.OutOfElem();
 }
 
@@ -27,7 +28,7 @@ int CChannelCfg::getXmlAudioChannelList(std::string* xmlOut, const Json::Value& 
         *xmlOut = xml.WriteToBuf();
         return kResultOk;
     }
-    const Json::Value* inputs = channel::member(root, "VideoInputChannelList");
+    const Json::Value* inputs = findMember(root, "VideoInputChannelList");
     if (inputs == nullptr) return kResultConvertFailed;
     xml.CreateRoot("AudioChannelList");
     // Only the number of video inputs matters: audio channel k stands beside video input k.

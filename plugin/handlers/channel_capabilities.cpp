@@ -5,8 +5,8 @@
 
 #include "host/http_exchange.h"
 #include "plugin/handlers/channel_cfg.h"
-#include "plugin/handlers/channel_fields.h"
 #include "plugin/pipeline/error_catalogue.h"
+#include "plugin/pipeline/json_access.h"
 #include "plugin/pipeline/plugin_log.h"
 
 namespace QXKORVAProtocol {
@@ -49,7 +49,7 @@ int CChannelCfg::covertChannelIDCapRspBody(std::string* xmlOut, const Json::Valu
 }
 
 int CChannelCfg::getXmlChannelCapabilities(std::string* xmlOut, const Json::Value& root) {
-    if (channel::member(root, "StreamingChannel") == nullptr) return kResultConvertFailed;
+    if (findMember(root, "StreamingChannel") == nullptr) return kResultConvertFailed;
     QXBase::CXmlBase xml;
     xml.CreateRoot("StreamingChannel");
     xml.AddNode("Video");

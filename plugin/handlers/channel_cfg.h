@@ -33,17 +33,13 @@ class CChannelCfg : public CDevCfgBase {
     int covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                          const ExchangeHolder& exchange, const std::string& devIndex) override;
 
-    // Request side, one per route. url is the request target, body the request body (may be
-    // null), devIndex the device bound to the account. jsonUrl is emptied when it cannot be
-    // composed (for instance a device index too long for the gateway's URL buffer).
+    // Request side of the channel route (the other routes relay their gateway resource with no
+    // body). url is the request target, body the request body (may be null), devIndex the device
+    // bound to the account. jsonUrl is emptied when it cannot be composed (for instance a device
+    // index too long for the gateway's URL buffer).
     static int covertChannelIDUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                          const std::string& url, int method, const char* body,
                                          const std::string& devIndex);
-    static int covertChannelListUrl(std::string* jsonUrl, int method, const std::string& devIndex);
-    static int covertChannelIDCapUrl(std::string* jsonUrl, const std::string& url, int method,
-                                     const std::string& devIndex);
-    static int covertAudioChannelsUrl(std::string* jsonUrl, int method,
-                                      const std::string& devIndex);
 
     // Channel number of a KORVA URL to streaming channel id: n <= 100 names a channel and
     // addresses its first stream (n * 100 + 1, kept inside the 32-bit range); n > 100 already
@@ -75,7 +71,7 @@ class CChannelCfg : public CDevCfgBase {
     static int getJsonAudio(Json::Value* out, QXBase::CXmlBase& xml);
 
     // Section writers: xml is positioned inside StreamingChannel; the section element is
-    // appended and closed. On failure nothing is appended.
+    // appended and closed. On failure xml holds a partial section and must be dropped.
     static int getXmlTransport(QXBase::CXmlBase& xml, const Json::Value& transport);
     static int getXmlVideo(QXBase::CXmlBase& xml, const Json::Value& video);
     static int getXmlAudio(QXBase::CXmlBase& xml, const Json::Value& audio);

@@ -1,14 +1,14 @@
 // StreamingChannel documents: the top level and the Transport section in both directions, and
 // the StreamingChannelList answer.
-#include <json/writer.h>
-
 #include <string>
 
+#include "host/kvl_runtime.h"
 #include "plugin/handlers/channel_cfg.h"
-#include "plugin/handlers/channel_fields.h"
 #include "plugin/handlers/channel_sections.h"
 #include "plugin/pipeline/error_catalogue.h"
+#include "plugin/pipeline/json_access.h"
 #include "plugin/pipeline/plugin_log.h"
+#include "plugin/pipeline/xml_text.h"
 
 namespace QXKORVAProtocol {
 namespace channel {
@@ -41,8 +41,8 @@ int readControlProtocols(Json::Value* out, QXBase::CXmlBase& xml) {
 }
 
 const Json::Value* streamingTransportOf(const Json::Value& entry) {
-    const Json::Value* protocol = member(entry, "ControlProtocol");
-    const Json::Value* transport = protocol ? member(*protocol, "streamingTransport") : nullptr;
+    const Json::Value* protocol = findMember(entry, "ControlProtocol");
+    const Json::Value* transport = protocol ? findMember(*protocol, "streamingTransport") : nullptr;
     return transport && transport->isString() ? transport : nullptr;
 }
 
@@ -70,24 +70,22 @@ int writeControlProtocols(QXBase::CXmlBase& xml, const Json::Value& value) {
     return kResultOk;
 }
 
-constexpr CustomSection kControlProtocolList{readControlProtocols, checkControlProtocols,
-                                             writeControlProtocols};
+constexpr CustomField kControlProtocolList{readControlProtocols, writeControlProtocols};
 
 constexpr Field kUnicastFields[] = {
     boolean("enabled", kRequired, kRequired),
-    text("interfaceID", kOptional, kOptional),
-    text("rtpTransportType", kOptional, kOptional),
+    text("interfaceID", kOptional, kWhenTyped),
+    text("rtpTransportType", kOptional, kWhenTyped),
 };
-constexpr Section kUnicast{kUnicastFields};
 
 constexpr Field kMulticastFields[] = {
     boolean("enabled", kRequired, kRequired),
-    integer("userTriggerThreshold", kOptional, kOptional),
-    text("destIPAddress", kOptional, kOptional),
-    integer("videoDestPortNo", kOptional, kOptional),
-    integer("audioDestPortNo", kOptional, kOptional),
-    text("destIPv6Address", kOptional, kOptional),
-    integer("ttl", kOptional, kOptional),
+    integer("userTriggerThreshold", kOptional, kWhenTyped),
+    text("destIPAddress", kOptional, kWhenTyped),
+    integer("videoDestPortNo", kOptional, kWhenTyped),
+    integer("audioDestPortNo", kOptional, kWhenTyped),
+    text("destIPv6Address", kOptional, kWhenTyped),
+    integer("ttl", kOptional, kWhenTyped),
 };
 // Written when the device's Transport has no Multicast.
 constexpr DefaultElement kMulticastDefaults[] = {
@@ -96,28 +94,25 @@ constexpr DefaultElement kMulticastDefaults[] = {
     {"videoDestPortNo", "0"},
     {"audioDestPortNo", "0"},
 };
-constexpr Section kMulticast{kMulticastFields, kMulticastDefaults};
 
 constexpr Field kSecurityFields[] = {
     boolean("enabled", kRequired, kRequired),
-    text("certificateType", kOptional, kOptional),
+    text("certificateType", kOptional, kWhenTyped),
 };
-constexpr Section kSecurity{kSecurityFields};
 
 // Children of Transport, in document order.
 constexpr Field kTransportFields[] = {
-    integer("maxPacketSize", kOptional, kOptional),
-    integer("audioPacketLength", kOptional, kOptional),
-    integer("audioInboundPacketLength", kOptional, kOptional),
+    integer("maxPacketSize", kOptional, kWhenTyped),
+    integer("audioPacketLength", kOptional, kWhenTyped),
+    integer("audioInboundPacketLength", kOptional, kWhenTyped),
     integer("audioInboundPortNo", kOptional, kNever),
-    integer("videoSourcePortNo", kOptional, kOptional),
-    integer("audioSourcePortNo", kOptional, kOptional),
+    integer("videoSourcePortNo", kOptional, kWhenTyped),
+    integer("audioSourcePortNo", kOptional, kWhenTyped),
     custom("ControlProtocolList", kRequired, kRequired, &kControlProtocolList),
-    section("Unicast", kOptional, kOptional, &kUnicast),
-    section("Multicast", kOptional, kDefault, &kMulticast),
-    section("Security", kOptional, kOptional, &kSecurity),
+    section("Unicast", kOptional, kOptional, kUnicastFields),
+    section("Multicast", kOptional, kDefault, kMulticastFields, kMulticastDefaults),
+    section("Security", kOptional, kOptional, kSecurityFields),
 };
-constexpr Section kTransport{kTransportFields};
 
 // A null Transport from the device stands for RTSP with the default Multicast.
 void writeDefaultTransport(QXBase::CXmlBase& xml) {
@@ -125,15 +120,12 @@ void writeDefaultTransport(QXBase::CXmlBase& xml) {
     xml.AddNode("ControlProtocolList");
     addControlProtocol(xml, kDefaultStreamingTransport);
     xml.OutOfElem();
-    writeDefaultSection(xml, "Multicast", kMulticastDefaults);
+    fields::writeDefaults(xml, "Multicast", kMulticastDefaults);
     xml.OutOfElem();
 }
 
-constexpr CustomSection kTransportSection{
-    &CChannelCfg::getJsonTransport,
-    [](const Json::Value& value) { return value.isNull() || checkFields(kTransport, value); },
-    &CChannelCfg::getXmlTransport,
-};
+constexpr CustomField kTransportSection{&CChannelCfg::getJsonTransport,
+                                        &CChannelCfg::getXmlTransport};
 
 // Children of StreamingChannel, in document order.
 constexpr Field kStreamingChannelFields[] = {
@@ -143,18 +135,17 @@ constexpr Field kStreamingChannelFields[] = {
     custom("Transport", kRequired, kRequired, &kTransportSection),
     custom("Video", kOptional, kOptional, &kVideoSection),
     custom("Audio", kOptional, kOptional, &kAudioSection),
-    boolean("enableCABAC", kOptional, kOptional),
-    boolean("subStreamRecStatus", kOptional, kOptional),
-    boolean("customStreamEnable", kOptional, kOptional),
+    boolean("enableCABAC", kOptional, kWhenTyped),
+    boolean("subStreamRecStatus", kOptional, kWhenTyped),
+    boolean("customStreamEnable", kOptional, kWhenTyped),
 };
-constexpr Section kStreamingChannel{kStreamingChannelFields};
 
 // The list carries streams 01 and 02 of each channel only: an element whose id (a JSON string)
 // names stream 03 or above is left out.
 bool isLaterStream(const Json::Value& element) {
-    const Json::Value* channel = member(element, "StreamingChannel");
-    const Json::Value* id = channel ? member(*channel, "id") : nullptr;
-    return id && id->isString() && leadingInt(id->asString()) % 100 > 2;
+    const Json::Value* channel = findMember(element, "StreamingChannel");
+    const Json::Value* id = channel ? findMember(*channel, "id") : nullptr;
+    return id && id->isString() && KVL_Atoi32(id->asString().c_str()) % 100 > 2;
 }
 
 }  // namespace
@@ -166,27 +157,26 @@ int CChannelCfg::getJsonStreamingChannel(std::string* jsonText, const std::strin
         return kResultConvertFailed;
     }
     Json::Value channel;
-    if (channel::readSection(channel::kStreamingChannel, xml, &channel) != kResultOk) {
+    if (!fields::readObject(xml, channel::kStreamingChannelFields, &channel)) {
         return kResultConvertFailed;
     }
     Json::Value root(Json::objectValue);
     root["StreamingChannel"] = std::move(channel);
-    *jsonText = Json::FastWriter().write(root);
+    *jsonText = writeJsonBody(root);
     return kResultOk;
 }
 
 int CChannelCfg::getJsonTransport(Json::Value* out, QXBase::CXmlBase& xml) {
-    return channel::readSection(channel::kTransport, xml, out);
+    return fields::readObject(xml, channel::kTransportFields, out) ? kResultOk
+                                                                   : kResultConvertFailed;
 }
 
 int CChannelCfg::getXmlStreamingChannel(std::string* xmlText, const Json::Value& root) {
-    const Json::Value* content = channel::member(root, "StreamingChannel");
-    if (content == nullptr || !channel::checkFields(channel::kStreamingChannel, *content)) {
-        return kResultConvertFailed;
-    }
+    const Json::Value* content = findMember(root, "StreamingChannel");
+    if (content == nullptr || !content->isObject()) return kResultConvertFailed;
     QXBase::CXmlBase xml;
     xml.CreateRoot("StreamingChannel");
-    if (channel::writeFields(channel::kStreamingChannel, xml, *content) != kResultOk) {
+    if (!fields::writeFields(xml, *content, channel::kStreamingChannelFields)) {
         return kResultConvertFailed;
     }
     // A document that does not fit the answer buffer is refused rather than sent cut short.
@@ -201,12 +191,14 @@ int CChannelCfg::getXmlTransport(QXBase::CXmlBase& xml, const Json::Value& trans
         channel::writeDefaultTransport(xml);
         return kResultOk;
     }
-    return channel::writeSection(channel::kTransport, "Transport", xml, transport);
+    return fields::writeObject(xml, "Transport", channel::kTransportFields, transport)
+               ? kResultOk
+               : kResultConvertFailed;
 }
 
 int CChannelCfg::getXmlStreamingChannelList(std::string* xmlText, const Json::Value& root) {
     QXW_LOG(3, "getXmlStreamingChannelList start");
-    const Json::Value* list = channel::member(root, "StreamingChannelList");
+    const Json::Value* list = findMember(root, "StreamingChannelList");
     if (list == nullptr || !list->isArray()) return kResultConvertFailed;
 
     std::string text = "<StreamingChannelList>\r\n";

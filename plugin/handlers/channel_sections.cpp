@@ -16,97 +16,87 @@ using enum Rule;
 
 constexpr Field kSvcFields[] = {
     boolean("enabled", kRequired, kRequired),
-    text("SVCMode", kOptional, kOptional),
+    text("SVCMode", kOptional, kWhenTyped),
 };
-constexpr Section kSvc{kSvcFields};
 
 constexpr Field kSmartCodecFields[] = {
     boolean("enabled", kRequired, kRequired),
 };
-constexpr Section kSmartCodec{kSmartCodecFields};
 
 // Children of Video, in document order.
 constexpr Field kVideoFields[] = {
     boolean("enabled", kRequired, kRequired),
     text("videoInputChannelID", kRequired, kRequired),
     anyText("videoCodecType", kRequired, kRequired),
-    text("videoScanType", kOptional, kOptional),
+    text("videoScanType", kOptional, kWhenTyped),
     integer("videoResolutionWidth", kRequired, kRequired),
     integer("videoResolutionHeight", kRequired, kRequired),
-    text("videoResolutionName", kOptional, kOptional),
-    integer("videoPositionX", kOptional, kOptional),
-    integer("videoPositionY", kOptional, kOptional),
-    text("videoQualityControlType", kOptional, kOptional),
+    text("videoResolutionName", kOptional, kWhenTyped),
+    integer("videoPositionX", kOptional, kWhenTyped),
+    integer("videoPositionY", kOptional, kWhenTyped),
+    text("videoQualityControlType", kOptional, kWhenTyped),
     integer("constantBitRate", kOptional, kNever),
-    integer("fixedQuality", kOptional, kOptional),
-    integer("vbrUpperCap", kOptional, kOptional),
-    integer("vbrLowerCap", kOptional, kOptional),
+    integer("fixedQuality", kOptional, kWhenTyped),
+    integer("vbrUpperCap", kOptional, kWhenTyped),
+    integer("vbrLowerCap", kOptional, kWhenTyped),
     integer("maxFrameRate", kRequired, kRequired),
-    integer("keyFrameInterval", kOptional, kOptional),
-    integer("rotationDegree", kOptional, kOptional),
-    boolean("mirrorEnabled", kOptional, kOptional),
-    text("snapShotImageType", kOptional, kOptional),
-    text("Mpeg4Profile", kOptional, kOptional),
-    text("H264Profile", kOptional, kOptional),
-    text("SVACProfile", kOptional, kOptional),
-    integer("GovLength", kOptional, kOptional),
-    section("SVC", kOptional, kOptional, &kSvc),
-    text("PacketType", kOptional, kOptional),
-    integer("smoothing", kOptional, kOptional, 1, 100),
-    text("H265Profile", kOptional, kOptional),
-    section("SmartCodec", kOptional, kOptional, &kSmartCodec),
-    integer("vbrAverageCap", kOptional, kOptional),
+    integer("keyFrameInterval", kOptional, kWhenTyped),
+    integer("rotationDegree", kOptional, kWhenTyped),
+    boolean("mirrorEnabled", kOptional, kWhenTyped),
+    text("snapShotImageType", kOptional, kWhenTyped),
+    text("Mpeg4Profile", kOptional, kWhenTyped),
+    text("H264Profile", kOptional, kWhenTyped),
+    text("SVACProfile", kOptional, kWhenTyped),
+    integer("GovLength", kOptional, kWhenTyped),
+    section("SVC", kOptional, kOptional, kSvcFields),
+    text("PacketType", kOptional, kWhenTyped),
+    integer("smoothing", kOptional, kWhenTyped, 1, 100),
+    text("H265Profile", kOptional, kWhenTyped),
+    section("SmartCodec", kOptional, kOptional, kSmartCodecFields),
+    integer("vbrAverageCap", kOptional, kWhenTyped),
 };
-constexpr Section kVideo{kVideoFields};
 
 constexpr Field kVoiceChangerFields[] = {
     boolean("enabled", kNever, kRequired),
     integer("level", kNever, kRequired, -12, 12),
 };
-constexpr Section kVoiceChanger{kVoiceChangerFields};
 
 // Children of Audio, in document order.
 constexpr Field kAudioFields[] = {
     boolean("enabled", kRequired, kRequired),
     text("audioInputChannelID", kRequired, kRequired),
     text("audioCompressionType", kRequired, kRequired),
-    text("audioInboundCompressionType", kOptional, kOptional),
-    integer("audioBitRate", kOptional, kOptional),
-    numberText("audioSamplingRate", kOptional, kOptional),
-    integer("audioResolution", kOptional, kOptional),
-    section("VoiceChanger", kNever, kOptional, &kVoiceChanger),
+    text("audioInboundCompressionType", kOptional, kWhenTyped),
+    integer("audioBitRate", kOptional, kWhenTyped),
+    numberText("audioSamplingRate", kOptional, kWhenTyped),
+    integer("audioResolution", kOptional, kWhenTyped),
+    section("VoiceChanger", kNever, kOptional, kVoiceChangerFields),
 };
-constexpr Section kAudio{kAudioFields};
 
 }  // namespace
 
-constexpr CustomSection kVideoSection{
-    &CChannelCfg::getJsonVideo,
-    [](const Json::Value& value) { return checkFields(kVideo, value); },
-    &CChannelCfg::getXmlVideo,
-};
-constexpr CustomSection kAudioSection{
-    &CChannelCfg::getJsonAudio,
-    [](const Json::Value& value) { return checkFields(kAudio, value); },
-    &CChannelCfg::getXmlAudio,
-};
+// Video and Audio are written and read by the handler's section operations.
+constexpr CustomField kVideoSection{&CChannelCfg::getJsonVideo, &CChannelCfg::getXmlVideo};
+constexpr CustomField kAudioSection{&CChannelCfg::getJsonAudio, &CChannelCfg::getXmlAudio};
 
 }  // namespace channel
 
 int CChannelCfg::getJsonVideo(Json::Value* out, QXBase::CXmlBase& xml) {
-    return channel::readSection(channel::kVideo, xml, out);
+    return fields::readObject(xml, channel::kVideoFields, out) ? kResultOk : kResultConvertFailed;
 }
 
 int CChannelCfg::getJsonAudio(Json::Value* out, QXBase::CXmlBase& xml) {
-    return channel::readSection(channel::kAudio, xml, out);
+    return fields::readObject(xml, channel::kAudioFields, out) ? kResultOk : kResultConvertFailed;
 }
 
 int CChannelCfg::getXmlVideo(QXBase::CXmlBase& xml, const Json::Value& video) {
-    return channel::writeSection(channel::kVideo, "Video", xml, video);
+    return fields::writeObject(xml, "Video", channel::kVideoFields, video) ? kResultOk
+                                                                           : kResultConvertFailed;
 }
 
 int CChannelCfg::getXmlAudio(QXBase::CXmlBase& xml, const Json::Value& audio) {
-    return channel::writeSection(channel::kAudio, "Audio", xml, audio);
+    return fields::writeObject(xml, "Audio", channel::kAudioFields, audio) ? kResultOk
+                                                                           : kResultConvertFailed;
 }
 
 }  // namespace QXKORVAProtocol

@@ -1,70 +1,61 @@
 #include "plugin/handlers/dev_maintain.h"
 
-#include <array>
 #include <memory>
 
 #include "host/config_mgr.h"
 #include "host/kvl_runtime.h"
 #include "host/xml_base.h"
-#include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
+#include "plugin/pipeline/field_table.h"
+#include "plugin/pipeline/json_access.h"
 #include "plugin/pipeline/plugin_log.h"
+#include "plugin/pipeline/xml_text.h"
+#include "plugin/relay/route_table.h"
 
 namespace QXKORVAProtocol {
 
 namespace {
 
-using device::FieldPresence;
-using device::FieldRow;
-using device::FieldType;
+using fields::Field;
+using fields::Kind;
+using fields::Rule;
 
 enum class MaintainAnswer { kDeviceInfo, kVideoInputs, kStorage, kAdminAccesses };
 
-struct MaintainRoute {
-    const char* path;
-    const char* gatewayPath;
-    MaintainAnswer answer;
+// GET only. The storage and admin access resources relay the device-information read.
+constexpr Route<MaintainAnswer> kRoutes[] = {
+    {"/KORVA/System/deviceInfo", kGetBit, "/KORVA/System/deviceInfo", MaintainAnswer::kDeviceInfo},
+    {"/KORVA/System/Video/inputs/channels", kGetBit, "/KORVA/System/Video/inputs/channels",
+     MaintainAnswer::kVideoInputs},
+    {"/KORVA/ContentMgmt/Storage/hdd", kGetBit, "/KORVA/System/deviceInfo",
+     MaintainAnswer::kStorage},
+    {"/KORVA/Security/adminAccesses", kGetBit, "/KORVA/System/deviceInfo",
+     MaintainAnswer::kAdminAccesses},
 };
 
-// GET only. The storage and admin access resources relay the device-information read.
-constexpr std::array<MaintainRoute, 4> kRoutes = {{
-    {"/KORVA/System/deviceInfo", "/KORVA/System/deviceInfo", MaintainAnswer::kDeviceInfo},
-    {"/KORVA/System/Video/inputs/channels", "/KORVA/System/Video/inputs/channels",
-     MaintainAnswer::kVideoInputs},
-    {"/KORVA/ContentMgmt/Storage/hdd", "/KORVA/System/deviceInfo", MaintainAnswer::kStorage},
-    {"/KORVA/Security/adminAccesses", "/KORVA/System/deviceInfo", MaintainAnswer::kAdminAccesses},
-}};
-
-const MaintainRoute* findRoute(const std::string& url) {
-    for (const MaintainRoute& route : kRoutes) {
-        if (QXBase::CRESTfulProtocol::cmpURL(url, route.path)) return &route;
-    }
-    return nullptr;
+const Route<MaintainAnswer>* routeOf(const std::string& url) {
+    return findRoute<MaintainAnswer>(kRoutes, url);
 }
 
 // failCode is the number of the log message of a bad member.
-constexpr FieldRow kDeviceInfoRows[] = {
-    {.key = "deviceName", .type = FieldType::kStringOrNull, .failCode = 2},
-    {.key = "deviceID", .type = FieldType::kStringOrNull, .failCode = 3},
-    {.key = "deviceDescription", .type = FieldType::kFixedText, .fixedText = "IPCamera"},
-    {.key = "model", .type = FieldType::kFixedText, .fixedText = "QM-VT4407"},
-    {.key = "serialNumber", .type = FieldType::kStringOrNull, .failCode = 5},
-    {.key = "macAddress", .type = FieldType::kStringOrNull, .failCode = 6},
-    {.key = "firmwareVersion", .type = FieldType::kStringOrNull, .failCode = 7},
-    {.key = "firmwareReleasedDate", .presence = FieldPresence::kWhenTyped},
-    {.key = "bootVersion", .presence = FieldPresence::kWhenTyped},
-    {.key = "deviceType", .type = FieldType::kStringOrNull, .failCode = 9},
+constexpr Field kDeviceInfoRows[] = {
+    {.name = "deviceName", .kind = Kind::kStringOrNull, .failCode = 2},
+    {.name = "deviceID", .kind = Kind::kStringOrNull, .failCode = 3},
+    {.name = "deviceDescription", .kind = Kind::kFixedText, .fixedText = "IPCamera"},
+    {.name = "model", .kind = Kind::kFixedText, .fixedText = "QM-VT4407"},
+    {.name = "serialNumber", .kind = Kind::kStringOrNull, .failCode = 5},
+    {.name = "macAddress", .kind = Kind::kStringOrNull, .failCode = 6},
+    {.name = "firmwareVersion", .kind = Kind::kStringOrNull, .failCode = 7},
+    {.name = "firmwareReleasedDate", .toXml = Rule::kWhenTyped},
+    {.name = "bootVersion", .toXml = Rule::kWhenTyped},
+    {.name = "deviceType", .kind = Kind::kStringOrNull, .failCode = 9},
 };
 
-constexpr FieldRow kVideoInputRows[] = {
-    {.key = "id", .type = FieldType::kStringOrNull, .failCode = 4},
-    {.key = "inputPort", .type = FieldType::kStringOrNull, .failCode = 5},
-    {.key = "name", .presence = FieldPresence::kWhenTyped},
+constexpr Field kVideoInputRows[] = {
+    {.name = "id", .kind = Kind::kStringOrNull, .failCode = 4},
+    {.name = "inputPort", .kind = Kind::kStringOrNull, .failCode = 5},
+    {.name = "name", .toXml = Rule::kWhenTyped},
 };
-
-int failCodeOf(const FieldRow* failed) {
-    return failed ? failed->failCode : 0;
-}
 
 // The fixed storage document: the declaration, then every piece preceded by 20 blanks.
 constexpr const char* kStorageNamespace10 = "http://www.korva-gateway.example/ver10/XMLSchema";
@@ -99,25 +90,25 @@ std::string portText(uint16_t port) {
 }  // namespace
 
 int CDevMaintain::matchURL(const std::string& url, unsigned char method) {
-    return findRoute(url) != nullptr && method == QXHttpService::kMethodGet ? 0 : -1;
+    return matchRoute<MaintainAnswer>(kRoutes, url, method);
 }
 
 int CDevMaintain::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                    const ExchangeHolder& exchange, const std::string& devIndex) {
     if (!exchange.exchange) return -1;
-    const MaintainRoute* route = findRoute(exchange.exchange->getUrl());
+    const std::string url = exchange.exchange->getUrl();
+    const Route<MaintainAnswer>* route = routeOf(url);
     if (route == nullptr) return -1;
-    if (!device::makeGatewayUrl(jsonUrl, route->gatewayPath, devIndex)) return -1;
-    jsonBody->clear();
-    return exchange.exchange->getMethod() == QXHttpService::kMethodGet ? 0 : -1;
+    return relayWithoutBody(jsonUrl, jsonBody, *route, url, exchange.exchange->getMethod(),
+                            devIndex);
 }
 
 int CDevMaintain::covertRsp(std::string* xmlOut, const Json::Value& root, const std::string& url,
                             int method) {
-    const MaintainRoute* route = findRoute(url);
-    if (route == nullptr || method != QXHttpService::kMethodGet) return kResultNotMine;
+    const Route<MaintainAnswer>* route = routeOf(url);
+    if (route == nullptr || !route->accepts(method)) return kResultNotMine;
     bool converted = false;
-    switch (route->answer) {
+    switch (route->entry) {
         case MaintainAnswer::kDeviceInfo:
             converted = covertDevinfoRsp(xmlOut, root);
             break;
@@ -136,16 +127,16 @@ int CDevMaintain::covertRsp(std::string* xmlOut, const Json::Value& root, const 
 }
 
 bool CDevMaintain::covertDevinfoRsp(std::string* xmlOut, const Json::Value& root) {
-    const Json::Value* info = nullptr;
-    if (!device::findMember(root, "DeviceInfo", &info) || info == nullptr || !info->isObject()) {
+    const Json::Value* info = findMember(root, "DeviceInfo");
+    if (info == nullptr || !info->isObject()) {
         QXW_LOG(5, "covertDevinfoRsp fail 1.");
         return false;
     }
     QXBase::CXmlBase doc;
-    device::startDocument(doc, "DeviceInfo");
-    const FieldRow* failed = nullptr;
-    if (!device::writeFields(doc, *info, kDeviceInfoRows, &failed)) {
-        QXW_LOG(5, "covertDevinfoRsp fail %d.", failCodeOf(failed));
+    startDocument(doc, "DeviceInfo");
+    const Field* failed = nullptr;
+    if (!fields::writeFields(doc, *info, kDeviceInfoRows, &failed)) {
+        QXW_LOG(5, "covertDevinfoRsp fail %d.", failed != nullptr ? failed->failCode : 0);
         return false;
     }
     *xmlOut = doc.WriteToBuf();
@@ -153,32 +144,23 @@ bool CDevMaintain::covertDevinfoRsp(std::string* xmlOut, const Json::Value& root
 }
 
 bool CDevMaintain::covertVideoChannelRsp(std::string* xmlOut, const Json::Value& root) {
-    const Json::Value* list = nullptr;
-    if (!device::findMember(root, "VideoInputChannelList", &list) || list == nullptr) {
+    const Json::Value* list = findMember(root, "VideoInputChannelList");
+    if (list == nullptr) {
         QXW_LOG(5, "covertVideoChannelRsp fail 1.");
         return false;
     }
     QXBase::CXmlBase doc;
-    device::startDocument(doc, "VideoInputChannelList");
+    startDocument(doc, "VideoInputChannelList");
     if (!list->isArray()) {
         QXW_LOG(4, "covertVideoChannelRsp fail 2 and return null list.");
         *xmlOut = doc.WriteToBuf();
         return true;
     }
-    for (Json::ArrayIndex i = 0; i < list->size(); ++i) {
-        const Json::Value* channel = nullptr;
-        if (!device::findMember((*list)[i], "VideoInputChannel", &channel) || channel == nullptr ||
-            !channel->isObject()) {
-            QXW_LOG(5, "covertVideoChannelRsp fail 3.");
-            return false;
-        }
-        doc.AddNode("VideoInputChannel");
-        const FieldRow* failed = nullptr;
-        if (!device::writeFields(doc, *channel, kVideoInputRows, &failed)) {
-            QXW_LOG(5, "covertVideoChannelRsp fail %d.", failCodeOf(failed));
-            return false;
-        }
-        doc.OutOfElem();
+    const Field* failed = nullptr;
+    if (!fields::writeItems(doc, *list, "VideoInputChannel", kVideoInputRows, &failed)) {
+        // 3: an entry without a usable VideoInputChannel.
+        QXW_LOG(5, "covertVideoChannelRsp fail %d.", failed != nullptr ? failed->failCode : 3);
+        return false;
     }
     *xmlOut = doc.WriteToBuf();
     return true;
@@ -207,13 +189,13 @@ bool CDevMaintain::covertAdminAccessesRsp(std::string* xmlOut) {
     network.reset();
 
     QXBase::CXmlBase doc;
-    device::startDocument(doc, "AdminAccessProtocolList");
+    startDocument(doc, "AdminAccessProtocolList");
     for (const auto& entry : entries) {
         doc.AddNode("AdminAccessProtocol");
-        device::addLeaf(doc, "id", entry.id);
-        device::addLeaf(doc, "enabled", device::boolText(entry.enabled));
-        device::addLeaf(doc, "protocol", entry.protocol);
-        device::addLeaf(doc, "portNo", portText(entry.port));
+        addTextElement(doc, "id", entry.id);
+        addTextElement(doc, "enabled", boolText(entry.enabled));
+        addTextElement(doc, "protocol", entry.protocol);
+        addTextElement(doc, "portNo", portText(entry.port));
         doc.OutOfElem();
     }
     *xmlOut = doc.WriteToBuf();

@@ -1,5 +1,4 @@
 list(APPEND KORVA_PLUGIN_SOURCES
-  ${CMAKE_CURRENT_SOURCE_DIR}/handlers/device_convert.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/handlers/dev_maintain.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/handlers/event_cfg.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/handlers/image_cfg.cpp

@@ -1,58 +1,42 @@
 #include "plugin/handlers/event_cfg.h"
 
 #include <array>
-#include <cstdint>
+#include <cstddef>
 #include <iterator>
 
 #include "host/xml_base.h"
-#include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
+#include "plugin/pipeline/field_table.h"
+#include "plugin/pipeline/json_access.h"
 #include "plugin/pipeline/plugin_log.h"
+#include "plugin/pipeline/xml_text.h"
+#include "plugin/relay/route_table.h"
 
 namespace QXKORVAProtocol {
 
 namespace {
 
-using device::FieldPresence;
-using device::FieldRow;
-using device::FieldType;
+using fields::Field;
+using fields::Kind;
+using fields::Rule;
 
 enum class EventAnswer { kSmartCap, kIOPortList, kDeviceCap, kTrigger };
 
-struct EventRoute {
-    const char* path;
-    int intFields;  // number of "%d" fields: 0 compares with cmpURL, else cmpURLWithInt
-    unsigned char method;
-    const char* gatewayPath;
-    EventAnswer answer;
-};
-
-constexpr const char* kTriggerPath = "/KORVA/System/IO/outputs/%d/trigger";
-
-// In the order every operation tries them. The system capability resource relays the
-// smart-capability read.
-constexpr std::array<EventRoute, 5> kRoutes = {{
-    {"/KORVA/Smart/capabilities", 0, QXHttpService::kMethodGet, "/KORVA/Smart/capabilities",
+// The system capability resource relays the smart-capability read.
+constexpr Route<EventAnswer> kRoutes[] = {
+    {"/KORVA/Smart/capabilities", kGetBit, "/KORVA/Smart/capabilities", EventAnswer::kSmartCap},
+    {"/KORVA/Smart/capabilities/SmartCap", kGetBit, "/KORVA/Smart/capabilities",
      EventAnswer::kSmartCap},
-    {"/KORVA/Smart/capabilities/SmartCap", 0, QXHttpService::kMethodGet,
-     "/KORVA/Smart/capabilities", EventAnswer::kSmartCap},
-    {"/KORVA/System/IO", 0, QXHttpService::kMethodGet, "/KORVA/System/IO",
-     EventAnswer::kIOPortList},
-    {"/KORVA/System/capabilities", 0, QXHttpService::kMethodGet, "/KORVA/Smart/capabilities",
-     EventAnswer::kDeviceCap},
-    {kTriggerPath, 1, QXHttpService::kMethodPut, "/KORVA/System/IO/outputs/%d/trigger",
+    {"/KORVA/System/IO", kGetBit, "/KORVA/System/IO", EventAnswer::kIOPortList},
+    {"/KORVA/System/capabilities", kGetBit, "/KORVA/Smart/capabilities", EventAnswer::kDeviceCap},
+    {"/KORVA/System/IO/outputs/%d/trigger", kPutBit, "/KORVA/System/IO/outputs/%d/trigger",
      EventAnswer::kTrigger},
-}};
+};
+constexpr const Route<EventAnswer>& kTriggerRoute = kRoutes[4];
+static_assert(kTriggerRoute.entry == EventAnswer::kTrigger);
 
-const EventRoute* findRoute(const std::string& url) {
-    for (const EventRoute& route : kRoutes) {
-        const bool matched =
-            route.intFields == 0
-                ? QXBase::CRESTfulProtocol::cmpURL(url, route.path) != 0
-                : QXBase::CRESTfulProtocol::cmpURLWithInt(url, route.path, route.intFields) != 0;
-        if (matched) return &route;
-    }
-    return nullptr;
+const Route<EventAnswer>* routeOf(const std::string& url) {
+    return findRoute<EventAnswer>(kRoutes, url);
 }
 
 // The smart capability flags, in output order.
@@ -89,74 +73,68 @@ constexpr const char* kSmartCapKeys[] = {
 };
 static_assert(std::size(kSmartCapKeys) == 29);
 
-constexpr FieldRow kInputPortRows[] = {
-    {.key = "id", .type = FieldType::kInt32},
-    {.key = "enable", .type = FieldType::kBool, .element = "enabled"},
-    {.key = "triggering", .presence = FieldPresence::kOptional},
-    {.key = "name", .presence = FieldPresence::kOptional},
-};
-
-constexpr FieldRow kOutputPortRows[] = {
-    {.key = "id", .type = FieldType::kInt32},
-    {.key = "enable", .type = FieldType::kBool, .element = "enabled"},
-    {.key = "name", .presence = FieldPresence::kOptional},
-};
-
-struct PortListKind {
-    const char* listKey;
-    const char* portKey;
-    std::span<const FieldRow> rows;
-};
-
-constexpr PortListKind kInputPorts = {"IOInputPortList", "IOInputPort", kInputPortRows};
-constexpr PortListKind kOutputPorts = {"IOOutputPortList", "IOOutputPort", kOutputPortRows};
-
-// One port list of IOPortList (nothing when absent; an empty element when not an array).
-// Array elements without the port wrapper are skipped. False on a member of the wrong type.
-bool writePortList(QXBase::CXmlBase& doc, const Json::Value& portList, const PortListKind& kind) {
-    const Json::Value* ports = nullptr;
-    if (!device::findMember(portList, kind.listKey, &ports)) return false;
-    if (ports == nullptr) return true;
-    doc.AddNode(kind.listKey);
-    if (ports->isArray()) {
-        for (Json::ArrayIndex i = 0; i < ports->size(); ++i) {
-            const Json::Value* port = nullptr;
-            if (!device::findMember((*ports)[i], kind.portKey, &port)) return false;
-            if (port == nullptr) continue;
-            doc.AddNode(kind.portKey);
-            if (!device::writeFields(doc, *port, kind.rows)) return false;
-            doc.OutOfElem();
-        }
+// Each flag is written when present and must then be a JSON boolean.
+template <std::size_t N>
+constexpr std::array<Field, N> optionalFlags(const char* const (&names)[N]) {
+    std::array<Field, N> rows{};
+    for (std::size_t i = 0; i < N; ++i) {
+        rows[i] = {.name = names[i], .kind = Kind::kBool, .toXml = Rule::kOptional};
     }
-    doc.OutOfElem();
-    return true;
+    return rows;
 }
+constexpr auto kSmartCapRows = optionalFlags(kSmartCapKeys);
+
+constexpr Field kInputPortRows[] = {
+    {.name = "id", .kind = Kind::kInt32},
+    {.name = "enable", .kind = Kind::kBool, .element = "enabled"},
+    {.name = "triggering", .toXml = Rule::kOptional},
+    {.name = "name", .toXml = Rule::kOptional},
+};
+
+constexpr Field kOutputPortRows[] = {
+    {.name = "id", .kind = Kind::kInt32},
+    {.name = "enable", .kind = Kind::kBool, .element = "enabled"},
+    {.name = "name", .toXml = Rule::kOptional},
+};
+
+// The two port lists of IOPortList (nothing when absent; an empty element when not an array).
+constexpr Field kPortListRows[] = {
+    {.name = "IOInputPortList",
+     .kind = Kind::kList,
+     .toXml = Rule::kOptional,
+     .children = kInputPortRows,
+     .item = "IOInputPort"},
+    {.name = "IOOutputPortList",
+     .kind = Kind::kList,
+     .toXml = Rule::kOptional,
+     .children = kOutputPortRows,
+     .item = "IOOutputPort"},
+};
 
 }  // namespace
 
 int CEventCfg::matchURL(const std::string& url, unsigned char method) {
-    const EventRoute* route = findRoute(url);
-    return route != nullptr && route->method == method ? 0 : -1;
+    return matchRoute<EventAnswer>(kRoutes, url, method);
 }
 
 int CEventCfg::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                 const ExchangeHolder& exchange, const std::string& devIndex) {
     if (!exchange.exchange) return -1;
-    const EventRoute* route = findRoute(exchange.exchange->getUrl());
+    const std::string url = exchange.exchange->getUrl();
+    const Route<EventAnswer>* route = routeOf(url);
     if (route == nullptr) return -1;
-    if (route->answer == EventAnswer::kTrigger) {
+    if (route->entry == EventAnswer::kTrigger) {
         return covertIOOutputTriggerUrlandBody(jsonUrl, jsonBody, exchange, devIndex);
     }
-    if (!device::makeGatewayUrl(jsonUrl, route->gatewayPath, devIndex)) return -1;
-    jsonBody->clear();
-    return exchange.exchange->getMethod() == QXHttpService::kMethodGet ? 0 : -1;
+    return relayWithoutBody(jsonUrl, jsonBody, *route, url, exchange.exchange->getMethod(),
+                            devIndex);
 }
 
 int CEventCfg::covertRsp(std::string* xmlOut, const Json::Value& root, const std::string& url,
                          int method) {
-    const EventRoute* route = findRoute(url);
+    const Route<EventAnswer>* route = routeOf(url);
     if (route == nullptr) return kResultNotMine;
-    switch (route->answer) {
+    switch (route->entry) {
         case EventAnswer::kSmartCap:
             return covertSmartCapRsp(xmlOut, root);
         case EventAnswer::kIOPortList:
@@ -175,13 +153,7 @@ int CEventCfg::covertRsp(std::string* xmlOut, const Json::Value& root, const std
 int CEventCfg::covertIOOutputTriggerUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                                const ExchangeHolder& exchange,
                                                const std::string& devIndex) {
-    if (!exchange.exchange) return -1;
-    int32_t port = 0;
-    device::scanUrlInts(exchange.exchange->getUrl(), kTriggerPath, &port, 1);
-    const int64_t fields[] = {port};
-    const std::string gatewayPath =
-        device::expandIntFields("/KORVA/System/IO/outputs/%d/trigger", fields, 1);
-    if (!device::makeGatewayUrl(jsonUrl, gatewayPath, devIndex)) return 1;
+    if (const int result = startCommand(jsonUrl, kTriggerRoute, exchange, devIndex)) return result;
     if (exchange.exchange->getMethod() != QXHttpService::kMethodPut) return -1;
 
     QXBase::CXmlBase doc;
@@ -205,44 +177,34 @@ int CEventCfg::covertIOOutputTriggerUrlandBody(std::string* jsonUrl, std::string
         }
         body["IOPortData"]["outputState"] = state;
     }
-    *jsonBody = device::writeJsonBody(body);
+    *jsonBody = writeJsonBody(body);
     return 0;
 }
 
 int CEventCfg::covertSmartCapRsp(std::string* xmlOut, const Json::Value& root) {
-    const Json::Value* smartCap = nullptr;
-    if (!device::findMember(root, "SmartCap", &smartCap) || smartCap == nullptr ||
-        !device::isContainer(*smartCap)) {
+    const Json::Value* smartCap = findMember(root, "SmartCap");
+    if (smartCap == nullptr || !isContainer(*smartCap)) {
         return kResultConvertFailed;
     }
     QXBase::CXmlBase doc;
-    device::startDocument(doc, "SmartCap");
-    for (const char* key : kSmartCapKeys) {
-        const Json::Value* flag = nullptr;
-        device::findMember(*smartCap, key, &flag);
-        if (flag == nullptr) continue;
-        if (!flag->isBool()) return kResultConvertFailed;
-        device::addLeaf(doc, key, device::boolText(flag->asBool()));
-    }
+    startDocument(doc, "SmartCap");
+    if (!fields::writeFields(doc, *smartCap, kSmartCapRows)) return kResultConvertFailed;
     *xmlOut = doc.WriteToBuf();
     return kResultOk;
 }
 
 int CEventCfg::covertIOPortListRsp(std::string* xmlOut, const Json::Value& root) {
-    const Json::Value* portList = nullptr;
-    if (!device::findMember(root, "IOPortList", &portList)) return kResultConvertFailed;
+    if (!isContainer(root)) return kResultConvertFailed;
+    const Json::Value* portList = findMember(root, "IOPortList");
     QXBase::CXmlBase doc;
     doc.CreateDeclaration("1.0", "UTF-8");
     if (portList == nullptr) {
         *xmlOut = doc.WriteToBuf();
         return kResultOk;
     }
-    if (!device::isContainer(*portList)) return kResultConvertFailed;
+    if (!isContainer(*portList)) return kResultConvertFailed;
     doc.CreateRoot("IOPortList");
-    if (!writePortList(doc, *portList, kInputPorts) ||
-        !writePortList(doc, *portList, kOutputPorts)) {
-        return kResultConvertFailed;
-    }
+    if (!fields::writeFields(doc, *portList, kPortListRows)) return kResultConvertFailed;
     *xmlOut = doc.WriteToBuf();
     return kResultOk;
 }

@@ -1,8 +1,10 @@
 #include "plugin/handlers/image_cfg.h"
 
 #include "host/xml_base.h"
-#include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
+#include "plugin/pipeline/xml_text.h"
+#include "plugin/relay/gateway_url.h"
+#include "plugin/relay/route_table.h"
 
 namespace QXKORVAProtocol {
 
@@ -27,11 +29,10 @@ int CImageCfg::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
     const std::string url = exchange.exchange->getUrl();
     if (!isImageCapabilitiesRequest(url, exchange.exchange->getMethod())) return -1;
     int32_t channel = 0;
-    device::scanUrlInts(url, kImageCapabilitiesPath, &channel, 1);
+    scanUrlInts(url, kImageCapabilitiesPath, &channel, 1);
     const int64_t fields[] = {streamingChannelOf(channel)};
-    const std::string gatewayPath =
-        device::expandIntFields("/KORVA/Streaming/channels/%d", fields, 1);
-    if (!device::makeGatewayUrl(jsonUrl, gatewayPath, devIndex)) return -1;
+    const std::string gatewayPath = expandIntFields("/KORVA/Streaming/channels/%d", fields, 1);
+    if (!makeGatewayUrl(jsonUrl, gatewayPath, devIndex)) return -1;
     jsonBody->clear();
     return 0;
 }
@@ -45,7 +46,7 @@ int CImageCfg::covertRsp(std::string* xmlOut, const Json::Value&, const std::str
 
 void CImageCfg::covertImageChannelRsp(std::string* xmlOut) {
     QXBase::CXmlBase doc;
-    device::startDocument(doc, "ImageChannel");
+    startDocument(doc, "ImageChannel");
     *xmlOut = doc.WriteToBuf();
 }
 

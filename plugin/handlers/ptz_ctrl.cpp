@@ -1,138 +1,135 @@
 #include "plugin/handlers/ptz_ctrl.h"
 
-#include <array>
-#include <cstdint>
-
 #include "host/kvl_runtime.h"
 #include "host/xml_base.h"
-#include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
+#include "plugin/pipeline/field_table.h"
+#include "plugin/pipeline/json_access.h"
+#include "plugin/pipeline/xml_text.h"
+#include "plugin/relay/route_table.h"
 
 namespace QXKORVAProtocol {
 
 namespace {
 
-using device::FieldPresence;
-using device::FieldRow;
-using device::FieldType;
+using fields::Field;
+using fields::Kind;
+using fields::Rule;
 
 enum class PtzCommand { kChannelList, kContinuous, kPresetGoto, kPreset, kHomeGoto };
 
-constexpr unsigned methodBit(unsigned char method) {
-    return 1u << method;
-}
-constexpr unsigned kGet = methodBit(QXHttpService::kMethodGet);
-constexpr unsigned kPut = methodBit(QXHttpService::kMethodPut);
-constexpr unsigned kDelete = methodBit(QXHttpService::kMethodDelete);
-
-struct PtzRoute {
-    const char* path;
-    int intFields;  // channel, then preset; 0 compares with cmpURL
-    unsigned methods;
-    const char* gatewayPath;  // takes the request's numbers unchanged, in the same order
-    PtzCommand command;
-};
-
-// In the order every operation tries them: the goto row comes before the preset row.
-constexpr std::array<PtzRoute, 5> kRoutes = {{
-    {"/KORVA/PTZCtrl/channels", 0, kGet, "/KORVA/PTZCtrl/channels", PtzCommand::kChannelList},
-    {"/KORVA/PTZCtrl/channels/%d/continuous", 1, kPut, "/KORVA/PTZCtrl/channels/%d/continuous",
+// The gateway paths take the request's numbers unchanged, in the same order.
+constexpr Route<PtzCommand> kRoutes[] = {
+    {"/KORVA/PTZCtrl/channels", kGetBit, "/KORVA/PTZCtrl/channels", PtzCommand::kChannelList},
+    {"/KORVA/PTZCtrl/channels/%d/continuous", kPutBit, "/KORVA/PTZCtrl/channels/%d/continuous",
      PtzCommand::kContinuous},
-    {"/KORVA/PTZCtrl/channels/%d/presets/%d/goto", 2, kPut,
+    {"/KORVA/PTZCtrl/channels/%d/presets/%d/goto", kPutBit,
      "/KORVA/PTZCtrl/channels/%d/presets/%d/goto", PtzCommand::kPresetGoto},
-    {"/KORVA/PTZCtrl/channels/%d/presets/%d", 2, kPut | kDelete,
+    {"/KORVA/PTZCtrl/channels/%d/presets/%d", kPutBit | kDeleteBit,
      "/KORVA/PTZCtrl/channels/%d/presets/%d", PtzCommand::kPreset},
-    {"/KORVA/PTZCtrl/channels/%d/homeposition/goto", 1, kPut,
+    {"/KORVA/PTZCtrl/channels/%d/homeposition/goto", kPutBit,
      "/KORVA/PTZCtrl/channels/%d/homeposition/goto", PtzCommand::kHomeGoto},
-}};
+};
+constexpr const Route<PtzCommand>& kContinuousRoute = kRoutes[1];
+constexpr const Route<PtzCommand>& kPresetRoute = kRoutes[3];
+static_assert(kContinuousRoute.entry == PtzCommand::kContinuous);
+static_assert(kPresetRoute.entry == PtzCommand::kPreset);
 
-bool pathMatches(const PtzRoute& route, const std::string& url) {
-    return route.intFields == 0
-               ? QXBase::CRESTfulProtocol::cmpURL(url, route.path) != 0
-               : QXBase::CRESTfulProtocol::cmpURLWithInt(url, route.path, route.intFields) != 0;
+// The row of url when it accepts method.
+const Route<PtzCommand>* routeOf(const std::string& url, int method) {
+    const Route<PtzCommand>* route = findRoute<PtzCommand>(kRoutes, url);
+    return route != nullptr && route->accepts(method) ? route : nullptr;
 }
 
-// The first row whose path matches and whose methods include method.
-const PtzRoute* findRoute(const std::string& url, int method) {
-    if (method < 0 || method >= 32) return nullptr;
-    for (const PtzRoute& route : kRoutes) {
-        if ((route.methods & (1u << method)) != 0 && pathMatches(route, url)) return &route;
-    }
-    return nullptr;
-}
-
-const PtzRoute& routeOf(PtzCommand command) {
-    for (const PtzRoute& route : kRoutes) {
-        if (route.command == command) return route;
-    }
-    return kRoutes[0];
-}
-
-// The route's gateway URL with the channel and preset numbers scanned from the request URL.
-bool makeRouteUrl(std::string* jsonUrl, const PtzRoute& route, const std::string& url,
-                  const std::string& devIndex) {
-    int32_t numbers[2] = {0, 0};
-    device::scanUrlInts(url, route.path, numbers, route.intFields);
-    const int64_t fields[2] = {numbers[0], numbers[1]};
-    return device::makeGatewayUrl(
-        jsonUrl, device::expandIntFields(route.gatewayPath, fields, route.intFields), devIndex);
-}
-
-constexpr FieldRow kControlAddressRows[] = {
-    {.key = "enabled", .type = FieldType::kBool},
-    {.key = "Address", .presence = FieldPresence::kOptional},
+constexpr Field kControlAddressRows[] = {
+    {.name = "enabled", .kind = Kind::kBool},
+    {.name = "Address", .toXml = Rule::kOptional},
 };
 
-constexpr FieldRow kRs485Rows[] = {
-    {.key = "baudRate", .type = FieldType::kInt32},
-    {.key = "dataBits", .type = FieldType::kInt32},
-    {.key = "parityType"},
-    {.key = "stopBits"},
-    {.key = "flowCtrl"},
+constexpr Field kRs485Rows[] = {
+    {.name = "baudRate", .kind = Kind::kInt32},
+    {.name = "dataBits", .kind = Kind::kInt32},
+    {.name = "parityType"},
+    {.name = "stopBits"},
+    {.name = "flowCtrl"},
 };
 
-constexpr FieldRow kChannelRows[] = {
-    {.key = "id", .type = FieldType::kInt32},
-    {.key = "enabled", .type = FieldType::kBool},
-    {.key = "serialNumber", .type = FieldType::kInt32},
-    {.key = "videoInputID", .type = FieldType::kInt32},
-    {.key = "panMaxSpeed", .type = FieldType::kInt32, .presence = FieldPresence::kOptional},
-    {.key = "tiltMaxSpeed", .type = FieldType::kInt32, .presence = FieldPresence::kOptional},
-    {.key = "presetSpeed", .type = FieldType::kInt32, .presence = FieldPresence::kOptional},
-    {.key = "autoPatrolSpeed", .type = FieldType::kInt32, .presence = FieldPresence::kOptional},
-    {.key = "keyBoardControlSpeed",
-     .type = FieldType::kInt32,
-     .presence = FieldPresence::kOptional},
-    {.key = "controlProtocol", .presence = FieldPresence::kOptional},
-    {.key = "controlAddress",
-     .type = FieldType::kObject,
-     .presence = FieldPresence::kOptional,
+constexpr Field kChannelRows[] = {
+    {.name = "id", .kind = Kind::kInt32},
+    {.name = "enabled", .kind = Kind::kBool},
+    {.name = "serialNumber", .kind = Kind::kInt32},
+    {.name = "videoInputID", .kind = Kind::kInt32},
+    {.name = "panMaxSpeed", .kind = Kind::kInt32, .toXml = Rule::kOptional},
+    {.name = "tiltMaxSpeed", .kind = Kind::kInt32, .toXml = Rule::kOptional},
+    {.name = "presetSpeed", .kind = Kind::kInt32, .toXml = Rule::kOptional},
+    {.name = "autoPatrolSpeed", .kind = Kind::kInt32, .toXml = Rule::kOptional},
+    {.name = "keyBoardControlSpeed", .kind = Kind::kInt32, .toXml = Rule::kOptional},
+    {.name = "controlProtocol", .toXml = Rule::kOptional},
+    {.name = "controlAddress",
+     .kind = Kind::kObject,
+     .toXml = Rule::kOptional,
      .children = kControlAddressRows},
-    {.key = "defaultPresetID", .presence = FieldPresence::kOptional},
-    {.key = "PTZRs485Para",
-     .type = FieldType::kObject,
-     .presence = FieldPresence::kOptional,
+    {.name = "defaultPresetID", .toXml = Rule::kOptional},
+    {.name = "PTZRs485Para",
+     .kind = Kind::kObject,
+     .toXml = Rule::kOptional,
      .children = kRs485Rows},
-    {.key = "manualControlSpeed", .presence = FieldPresence::kOptional},
+    {.name = "manualControlSpeed", .toXml = Rule::kOptional},
 };
 
-const char* requestBody(const ExchangeHolder& exchange) {
-    return exchange.body != nullptr ? exchange.body : "";
+// The command body: readContent turns the children of the request body's element `root` into
+// the JSON body {root: content} (content stays null when it reads nothing). 0, or 1 with
+// *jsonUrl emptied when the body is not XML, has no `root` or readContent refuses it.
+template <typename ReadContent>
+int convertCommandBody(std::string* jsonUrl, std::string* jsonBody, const ExchangeHolder& exchange,
+                       const char* root, ReadContent readContent) {
+    QXBase::CXmlBase doc;
+    Json::Value content;
+    if (!doc.Parse(exchange.body != nullptr ? exchange.body : "") || !doc.FindElem(root) ||
+        !doc.IntoElem() || !readContent(doc, content)) {
+        jsonUrl->clear();
+        return 1;
+    }
+    Json::Value body;
+    body[root] = std::move(content);
+    *jsonBody = writeJsonBody(body);
+    return 0;
+}
+
+// No scaling, no range check: the numbers go to the device as the client sent them.
+bool readMove(QXBase::CXmlBase& doc, Json::Value& data) {
+    for (const char* axis : {"pan", "tilt", "zoom"}) {
+        if (doc.FindElem(axis)) data[axis] = KVL_Atoi32(doc.GetData().c_str());
+    }
+    return true;
+}
+
+// Only the exact text "false" disables the preset; an empty id or name is refused.
+bool readPreset(QXBase::CXmlBase& doc, Json::Value& preset) {
+    if (doc.FindElem("enabled")) preset["enabled"] = doc.GetData() != "false";
+    for (const char* name : {"id", "presetName"}) {
+        if (!doc.FindElem(name)) continue;
+        const std::string text = doc.GetData();
+        if (text.empty()) return false;
+        preset[name] = text;
+    }
+    return true;
 }
 
 }  // namespace
 
 int CPTZCtrl::matchURL(const std::string& url, unsigned char method) {
-    return findRoute(url, method) != nullptr ? 0 : -1;
+    return matchRoute<PtzCommand>(kRoutes, url, method);
 }
 
 int CPTZCtrl::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                const ExchangeHolder& exchange, const std::string& devIndex) {
     if (!exchange.exchange) return -1;
     const std::string url = exchange.exchange->getUrl();
-    const PtzRoute* route = findRoute(url, exchange.exchange->getMethod());
+    const int method = exchange.exchange->getMethod();
+    const Route<PtzCommand>* route = routeOf(url, method);
     if (route == nullptr) return -1;
-    switch (route->command) {
+    switch (route->entry) {
         case PtzCommand::kContinuous:
             return covertPTZContinuousUrlandBody(jsonUrl, jsonBody, exchange, devIndex);
         case PtzCommand::kPreset:
@@ -142,16 +139,14 @@ int CPTZCtrl::covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
         case PtzCommand::kHomeGoto:
             break;
     }
-    if (!makeRouteUrl(jsonUrl, *route, url, devIndex)) return -1;
-    jsonBody->clear();
-    return 0;
+    return relayWithoutBody(jsonUrl, jsonBody, *route, url, method, devIndex);
 }
 
 int CPTZCtrl::covertRsp(std::string* xmlOut, const Json::Value& root, const std::string& url,
                         int method) {
-    const PtzRoute* route = findRoute(url, method);
+    const Route<PtzCommand>* route = routeOf(url, method);
     if (route == nullptr) return kResultNotMine;
-    if (route->command == PtzCommand::kChannelList) return covertPTZChannelListRsp(xmlOut, root);
+    if (route->entry == PtzCommand::kChannelList) return covertPTZChannelListRsp(xmlOut, root);
     *xmlOut = getResponseByError(static_cast<int>(kErrorOk), url);
     return kResultOk;
 }
@@ -159,82 +154,32 @@ int CPTZCtrl::covertRsp(std::string* xmlOut, const Json::Value& root, const std:
 int CPTZCtrl::covertPTZContinuousUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                             const ExchangeHolder& exchange,
                                             const std::string& devIndex) {
-    if (!exchange.exchange) return -1;
-    const PtzRoute& route = routeOf(PtzCommand::kContinuous);
-    if (!makeRouteUrl(jsonUrl, route, exchange.exchange->getUrl(), devIndex)) return 1;
+    if (const int result = startCommand(jsonUrl, kContinuousRoute, exchange, devIndex)) {
+        return result;
+    }
     if (exchange.exchange->getMethod() != QXHttpService::kMethodPut) return -1;
-
-    QXBase::CXmlBase doc;
-    if (!doc.Parse(requestBody(exchange)) || !doc.FindElem("PTZData") || !doc.IntoElem()) {
-        jsonUrl->clear();
-        return 1;
-    }
-    // No scaling, no range check: the numbers go to the device as the client sent them.
-    Json::Value data;
-    for (const char* axis : {"pan", "tilt", "zoom"}) {
-        if (doc.FindElem(axis)) data[axis] = KVL_Atoi32(doc.GetData().c_str());
-    }
-    Json::Value body;
-    body["PTZData"] = data;
-    *jsonBody = device::writeJsonBody(body);
-    return 0;
+    return convertCommandBody(jsonUrl, jsonBody, exchange, "PTZData", readMove);
 }
 
 int CPTZCtrl::covertPTZPresetUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                         const ExchangeHolder& exchange,
                                         const std::string& devIndex) {
-    if (!exchange.exchange) return -1;
-    const PtzRoute& route = routeOf(PtzCommand::kPreset);
-    if (!makeRouteUrl(jsonUrl, route, exchange.exchange->getUrl(), devIndex)) return 1;
+    if (const int result = startCommand(jsonUrl, kPresetRoute, exchange, devIndex)) return result;
     const unsigned char method = exchange.exchange->getMethod();
     if (method == QXHttpService::kMethodDelete) {
         jsonBody->clear();
         return 0;
     }
     if (method != QXHttpService::kMethodPut) return -1;
-
-    QXBase::CXmlBase doc;
-    if (!doc.Parse(requestBody(exchange)) || !doc.FindElem("PTZPreset") || !doc.IntoElem()) {
-        jsonUrl->clear();
-        return 1;
-    }
-    Json::Value preset;
-    // Only the exact text "false" disables the preset.
-    if (doc.FindElem("enabled")) preset["enabled"] = doc.GetData() != "false";
-    for (const char* name : {"id", "presetName"}) {
-        if (!doc.FindElem(name)) continue;
-        const std::string text = doc.GetData();
-        if (text.empty()) {
-            jsonUrl->clear();
-            return 1;
-        }
-        preset[name] = text;
-    }
-    Json::Value body;
-    body["PTZPreset"] = preset;
-    *jsonBody = device::writeJsonBody(body);
-    return 0;
+    return convertCommandBody(jsonUrl, jsonBody, exchange, "PTZPreset", readPreset);
 }
 
 int CPTZCtrl::covertPTZChannelListRsp(std::string* xmlOut, const Json::Value& root) {
-    const Json::Value* list = nullptr;
-    if (!device::findMember(root, "PTZChannelList", &list) || list == nullptr) {
-        return kResultConvertFailed;
-    }
+    const Json::Value* list = findMember(root, "PTZChannelList");
+    if (list == nullptr) return kResultConvertFailed;
     QXBase::CXmlBase doc;
-    device::startDocument(doc, "PTZChannelList");
-    if (list->isArray()) {
-        for (Json::ArrayIndex i = 0; i < list->size(); ++i) {
-            const Json::Value* channel = nullptr;
-            if (!device::findMember((*list)[i], "PTZChannel", &channel) || channel == nullptr ||
-                !channel->isObject()) {
-                return kResultConvertFailed;
-            }
-            doc.AddNode("PTZChannel");
-            if (!device::writeFields(doc, *channel, kChannelRows)) return kResultConvertFailed;
-            doc.OutOfElem();
-        }
-    }
+    startDocument(doc, "PTZChannelList");
+    if (!fields::writeItems(doc, *list, "PTZChannel", kChannelRows)) return kResultConvertFailed;
     *xmlOut = doc.WriteToBuf();
     return kResultOk;
 }

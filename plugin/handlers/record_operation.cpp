@@ -1,7 +1,7 @@
 #include "plugin/handlers/record_operation.h"
 
-#include "plugin/handlers/device_convert.h"
 #include "plugin/pipeline/error_catalogue.h"
+#include "plugin/relay/gateway_url.h"
 
 namespace QXKORVAProtocol {
 
@@ -22,7 +22,7 @@ int CRecordOperation::covertUrlandBody(std::string* jsonUrl, std::string* jsonBo
                                        const ExchangeHolder& exchange,
                                        const std::string& devIndex) {
     if (!exchange.exchange || !isSearchPath(exchange.exchange->getUrl())) return -1;
-    if (!device::makeGatewayUrl(jsonUrl, "/KORVA/ContentMgmt/search", devIndex)) return -1;
+    if (!makeGatewayUrl(jsonUrl, "/KORVA/ContentMgmt/search", devIndex)) return -1;
     if (exchange.exchange->getMethod() != QXHttpService::kMethodPost) return -1;
     *jsonBody = covertSearchDescription(exchange.body);
     return jsonBody->empty() ? static_cast<int>(kErrorBadParameters) : 0;

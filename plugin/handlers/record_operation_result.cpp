@@ -7,9 +7,10 @@
 #include <string>
 
 #include "host/xml_base.h"
-#include "plugin/handlers/device_convert.h"
 #include "plugin/handlers/record_operation.h"
 #include "plugin/pipeline/error_catalogue.h"
+#include "plugin/pipeline/json_access.h"
+#include "plugin/pipeline/xml_text.h"
 
 namespace QXKORVAProtocol {
 
@@ -29,40 +30,42 @@ bool textOr(const Json::Value* member, const char* whenAbsent, std::string* out)
         *out = whenAbsent;
         return true;
     }
-    return device::readAsText(*member, out);
+    return readAsText(*member, out);
 }
 
 // The member key of container (which must be an object or null), as a container itself.
 bool containerMember(const Json::Value& container, const char* key, const Json::Value** member) {
-    return device::findMember(container, key, member) &&
-           (*member == nullptr || device::isContainer(**member));
+    *member = nullptr;
+    if (!isContainer(container)) return false;
+    *member = findMember(container, key);
+    return *member == nullptr || isContainer(**member);
 }
 
 bool writeLeafText(QXBase::CXmlBase& doc, const char* name, const Json::Value* member,
                    const char* whenAbsent) {
     std::string text;
     if (!textOr(member, whenAbsent, &text)) return false;
-    device::addLeaf(doc, name, text);
+    addTextElement(doc, name, text);
     return true;
 }
 
 bool writeSummary(QXBase::CXmlBase& doc, const Json::Value& result) {
     const Json::Value* member = nullptr;
-    device::findMember(result, "searchID", &member);
+    member = findMember(result, "searchID");
     if (!writeLeafText(doc, "searchID", member, "")) return false;
 
     bool status = false;
-    device::findMember(result, "responseStatus", &member);
-    if (!device::readAsBool(orNull(member), &status)) return false;
-    device::addLeaf(doc, "responseStatus", device::boolText(status));
+    member = findMember(result, "responseStatus");
+    if (!readAsBool(orNull(member), &status)) return false;
+    addTextElement(doc, "responseStatus", boolText(status));
 
-    device::findMember(result, "responseStatusStrg", &member);
+    member = findMember(result, "responseStatusStrg");
     if (!writeLeafText(doc, "responseStatusStrg", member, "")) return false;
 
     int32_t matches = 0;
-    device::findMember(result, "numOfMatches", &member);
-    if (!device::readAsInt32(orNull(member), &matches)) return false;
-    device::addLeaf(doc, "numOfMatches", std::to_string(matches));
+    member = findMember(result, "numOfMatches");
+    if (!readAsInt32(orNull(member), &matches)) return false;
+    addTextElement(doc, "numOfMatches", std::to_string(matches));
     return true;
 }
 
@@ -70,10 +73,8 @@ bool writeSummary(QXBase::CXmlBase& doc, const Json::Value& result) {
 bool writeTimeSpan(QXBase::CXmlBase& doc, const Json::Value& item) {
     const Json::Value* span = nullptr;
     if (!containerMember(item, "timeSpan", &span)) return false;
-    const Json::Value* start = nullptr;
-    const Json::Value* end = nullptr;
-    device::findMember(orNull(span), "startTime", &start);
-    device::findMember(orNull(span), "endTime", &end);
+    const Json::Value* start = findMember(orNull(span), "startTime");
+    const Json::Value* end = findMember(orNull(span), "endTime");
     if (start == nullptr || end == nullptr) return true;
     doc.AddNode("timeSpan");
     if (!writeLeafText(doc, "startTime", start, "") || !writeLeafText(doc, "endTime", end, "")) {
@@ -87,17 +88,17 @@ bool writeMediaSegment(QXBase::CXmlBase& doc, const Json::Value& descriptor) {
     doc.AddNode("mediaSegmentDescriptor");
     // The device spells the member "contenType"; anything but a string reads as video.
     const Json::Value* member = nullptr;
-    device::findMember(descriptor, "contenType", &member);
-    device::addLeaf(doc, "contentType",
-                    member != nullptr && member->isString() ? member->asString()
-                                                            : std::string(kDefaultContentType));
-    device::findMember(descriptor, "codecType", &member);
+    member = findMember(descriptor, "contenType");
+    addTextElement(doc, "contentType",
+                   member != nullptr && member->isString() ? member->asString()
+                                                           : std::string(kDefaultContentType));
+    member = findMember(descriptor, "codecType");
     if (!writeLeafText(doc, "codecType", member, kDefaultCodecType)) return false;
-    device::findMember(descriptor, "playbackURI", &member);
+    member = findMember(descriptor, "playbackURI");
     if (member != nullptr) {
         std::string address;
-        if (!device::readAsText(*member, &address)) return false;
-        device::addLeaf(doc, "playbackURI", CRecordOperation::covertPlaybackUri(address));
+        if (!readAsText(*member, &address)) return false;
+        addTextElement(doc, "playbackURI", CRecordOperation::covertPlaybackUri(address));
     }
     doc.OutOfElem();
     return true;
@@ -110,15 +111,15 @@ bool writeMatchItem(QXBase::CXmlBase& doc, const Json::Value& element) {
     doc.AddNode("searchMatchItem");
 
     const Json::Value* member = nullptr;
-    device::findMember(item, "sourceID", &member);
+    member = findMember(item, "sourceID");
     if (member != nullptr && member->isNull()) member = nullptr;
     if (!writeLeafText(doc, "sourceID", member, kDefaultSourceId)) return false;
 
-    device::findMember(item, "trackID", &member);
+    member = findMember(item, "trackID");
     if (member != nullptr) {
         int32_t trackId = 0;
-        if (!device::readAsInt32(*member, &trackId)) return false;
-        device::addLeaf(doc, "trackID", std::to_string(trackId));
+        if (!readAsInt32(*member, &trackId)) return false;
+        addTextElement(doc, "trackID", std::to_string(trackId));
     }
     if (!writeTimeSpan(doc, item)) return false;
 
@@ -127,7 +128,7 @@ bool writeMatchItem(QXBase::CXmlBase& doc, const Json::Value& element) {
 
     const Json::Value* matches = nullptr;
     if (!containerMember(item, "metadataMatches", &matches)) return false;
-    device::findMember(orNull(matches), "metadataDescriptor", &member);
+    member = findMember(orNull(matches), "metadataDescriptor");
     doc.AddNode("metadataMatches");
     if (!writeLeafText(doc, "metadataDescriptor", member, kManualRecordingMetadata)) return false;
     doc.OutOfElem();
@@ -138,7 +139,7 @@ bool writeMatchItem(QXBase::CXmlBase& doc, const Json::Value& element) {
 
 bool writeMatchList(QXBase::CXmlBase& doc, const Json::Value& result) {
     const Json::Value* list = nullptr;
-    device::findMember(result, "matchList", &list);
+    list = findMember(result, "matchList");
     if (list != nullptr && !list->isNull() && !list->isArray()) return false;
     doc.AddNode("matchList");
     if (list != nullptr && list->isArray()) {

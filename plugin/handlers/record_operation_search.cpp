@@ -9,8 +9,8 @@
 
 #include "host/kvl_runtime.h"
 #include "host/xml_base.h"
-#include "plugin/handlers/device_convert.h"
 #include "plugin/handlers/record_operation.h"
+#include "plugin/pipeline/json_access.h"
 
 namespace QXKORVAProtocol {
 
@@ -89,7 +89,7 @@ std::string CRecordOperation::covertSearchDescription(const char* body) {
         readMetadata(doc, search);
         doc.OutOfElem();
     }
-    return device::writeJsonBody(root);
+    return writeJsonBody(root);
 }
 
 }  // namespace QXKORVAProtocol

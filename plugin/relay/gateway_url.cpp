@@ -24,4 +24,22 @@ bool formatGatewayUrl(std::string* out, const char* format, ...) {
     return true;
 }
 
+bool makeGatewayUrl(std::string* out, const std::string& path, const std::string& devIndex) {
+    return formatGatewayUrl(out, "%s?format=json&devIndex=%s", path.c_str(), devIndex.c_str());
+}
+
+std::string expandIntFields(const char* pattern, const int64_t* values, int count) {
+    std::string out;
+    int used = 0;
+    for (const char* p = pattern; *p != '\0'; ++p) {
+        if (p[0] == '%' && p[1] == 'd' && used < count) {
+            out += std::to_string(values[used++]);
+            ++p;
+        } else {
+            out += *p;
+        }
+    }
+    return out;
+}
+
 }  // namespace QXKORVAProtocol
