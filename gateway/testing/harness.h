@@ -21,6 +21,10 @@ namespace korva::testing {
 // An exchange without a socket. Registered in the ExchangeRegistry on creation (so
 // CHttpExchange(handle) finds it from any thread) and removed on destruction. Records the answer
 // status, headers, MIME, and every byte passed to respond(). Thread-safe.
+// Answers like the connection's exchange: a negative length (or null data with a length) is -1;
+// without setMIME() the first respond() is the one complete answer and a second one is a fault of
+// the caller: it goes to the double-answer handler (default: message and abort, which fails the
+// test) and returns kLinkBroken.
 class RecordingExchange : public QXHttpService::ExchangeBackend,
                           public std::enable_shared_from_this<RecordingExchange> {
 public:
@@ -57,6 +61,9 @@ public:
     void setRespondResult(std::function<int(int length)> result);
     // The peer is gone: respond() returns CHttpExchange::kLinkBroken from now on.
     void breakLink();
+    // Replaces the process-wide double-answer handler; returns the previous one.
+    using DoubleAnswerHandler = void (*)(const std::string& url);
+    static DoubleAnswerHandler setDoubleAnswerHandler(DoubleAnswerHandler handler);
 
 private:
     RecordingExchange(unsigned char method, std::string url,
@@ -75,6 +82,7 @@ private:
     std::vector<std::string> m_writes;
     std::function<int(int)> m_respondResult;
     bool m_broken = false;
+    bool m_answered = false;  // the one complete answer was given
 };
 
 // An exchange that is not registered and ignores its answer: what the bus and the registry see
