@@ -75,6 +75,7 @@ class HttpFramingTest(GatewayTestCase):
             (b"GET /x HTTP/1.1\r\nHost: a/b\r\n\r\n", 400),
             (b"GET /x HTTP/1.1\r\nHost: [::1\r\n\r\n", 400),
             (b"GET /x HTTP/1.1\r\nHost: a:http\r\n\r\n", 400),
+            (b"GET /x HTTP/1.1\r\nHost: a:123456\r\n\r\n", 400),
             (b"GET x HTTP/1.1\r\nHost: a\r\n\r\n", 400),
             (b"GET /" + b"a" * 3000 + b" HTTP/1.1\r\nHost: a\r\n\r\n", 414),
             (b"GET /" + b"a" * 9000 + b" HTTP/1.1\r\nHost: a\r\n\r\n", 414),
