@@ -85,15 +85,11 @@ void RecordingExchange::setStatus(int status) {
     m_status = status;
 }
 
-void RecordingExchange::setMime(const std::string& mime) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_mime = mime;
-}
+void RecordingExchange::setMime(const std::string&) {}
 
 void RecordingExchange::setStreamMime() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_streaming = true;
-    m_mime = "multipart/mixed; boundary=boundary";
 }
 
 int RecordingExchange::respond(const void* data, int length) {
@@ -135,11 +131,6 @@ bool RecordingExchange::hasAnswerHeader(const std::string& name) const {
 std::map<std::string, std::string> RecordingExchange::answerHeaders() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_answerHeaders;
-}
-
-std::string RecordingExchange::mime() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_mime;
 }
 
 bool RecordingExchange::streaming() const {

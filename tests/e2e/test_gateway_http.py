@@ -141,17 +141,6 @@ class HttpFramingTest(GatewayTestCase):
             r'401 \d+ \d+\.\d{3}$', self.gateway.stderr(), re.M))
         self.assertTrue(lines, self.gateway.stderr()[-2000:])
 
-    def test_admin_405_names_the_allowed_methods(self):
-        port = int(self.gateway.admin_base.rsplit(":", 1)[1])
-        for method, path, allow in [("PUT", "/metrics", b"GET, HEAD"),
-                                    ("POST", "/admin/state", b"GET, HEAD"),
-                                    ("GET", "/admin/alarm-bus/reset", b"POST")]:
-            with self.subTest(path=path):
-                data = exchange(port, raw_request(method, path, {"Host": "127.0.0.1:%d" % port,
-                                                                 "Connection": "close"}))
-                self.assertEqual(statuses(data), [405])
-                self.assertIn(b"\r\nAllow: " + allow + b"\r\n", data)
-
     def test_no_100_continue_for_http_1_0(self):
         for version, interim in [(b"1.0", False), (b"1.1", True)]:
             with self.subTest(version=version), raw_connect(self.gateway) as sock:
