@@ -58,9 +58,8 @@ class Md5DigestTest(GatewayTestCase):
             response = requests.request(method, self.gateway.url(path), timeout=30)
             self.assertEqual(response.status_code, 403, path)
             self.assertEqual(response.headers["Content-Type"], "application/json")
-            self.assertEqual(response.json(), {
-                "errorCode": 1073741830, "errorMsg": "Invalid operation.", "statusCode": 4,
-                "statusString": "Invalid Operation", "subStatusCode": "invalidOperation"})
+            # Its bytes: the plug-in's entry test.
+            self.assertEqual(response.json()["subStatusCode"], "invalidOperation")
 
 
 class ProxiedClientsTest(GatewayTestCase):
