@@ -20,7 +20,11 @@ namespace korva::testing {
 
 // An exchange without a socket. Registered in the ExchangeRegistry on creation (so
 // CHttpExchange(handle) finds it from any thread) and removed on destruction. Records the answer
-// status, headers, MIME, and every byte passed to respond(). Thread-safe.
+// status, headers, whether it streams, and every byte passed to respond(). Thread-safe.
+// Answers like the connection's exchange: a negative length (or null data with a length) is -1;
+// without setMIME() the first respond() is the one complete answer and a second one is a fault of
+// the caller: it goes to the double-answer handler (default: message and abort, which fails the
+// test) and returns kLinkBroken.
 class RecordingExchange : public QXHttpService::ExchangeBackend,
                           public std::enable_shared_from_this<RecordingExchange> {
 public:
@@ -34,7 +38,7 @@ public:
     std::string header(const std::string& name) const override;
     void setHeader(const std::string& name, const std::string& value) override;
     void setStatus(int status) override;
-    void setMime(const std::string& mime) override;
+    void setMime(const std::string& mime) override;  // ignored: no test reads it
     void setStreamMime() override;
     int respond(const void* data, int length) override;
 
@@ -43,7 +47,6 @@ public:
     std::string answerHeader(const std::string& name) const;  // "" when not set
     bool hasAnswerHeader(const std::string& name) const;
     std::map<std::string, std::string> answerHeaders() const;
-    std::string mime() const;
     bool streaming() const;        // setMIME() without arguments was called
     std::string written() const;   // all bytes passed to respond(), concatenated
     std::vector<std::string> writes() const;  // one entry per respond() call
@@ -57,6 +60,9 @@ public:
     void setRespondResult(std::function<int(int length)> result);
     // The peer is gone: respond() returns CHttpExchange::kLinkBroken from now on.
     void breakLink();
+    // Replaces the process-wide double-answer handler; returns the previous one.
+    using DoubleAnswerHandler = void (*)(const std::string& url);
+    static DoubleAnswerHandler setDoubleAnswerHandler(DoubleAnswerHandler handler);
 
 private:
     RecordingExchange(unsigned char method, std::string url,
@@ -70,11 +76,11 @@ private:
     std::condition_variable m_changed;
     int m_status = 0;
     std::map<std::string, std::string> m_answerHeaders;
-    std::string m_mime;
     bool m_streaming = false;
     std::vector<std::string> m_writes;
     std::function<int(int)> m_respondResult;
     bool m_broken = false;
+    bool m_answered = false;  // the one complete answer was given
 };
 
 // An exchange that is not registered and ignores its answer: what the bus and the registry see
@@ -107,7 +113,6 @@ public:
 
     const ExchangeHolder& holder() const { return m_holder; }
     RecordingExchange& exchange() const { return *m_exchange; }
-    std::shared_ptr<RecordingExchange> exchangePtr() const { return m_exchange; }
     int handle() const { return m_exchange->handle(); }
 
 private:
@@ -117,7 +122,7 @@ private:
 };
 
 // A device whose answers a test scripts. Every request is recorded. Thread-safe.
-//   Immediate: answers at once with the scripted bytes (per "METHOD PATH", else the default).
+//   Immediate: answers at once with the scripted bytes.
 //   Deferred:  keeps each reply; the test releases it with replyPending.
 //   Silent:    never answers (the bus timeout applies).
 class ScriptedDevice : public korva::host::DeviceEndpoint {
@@ -127,15 +132,11 @@ public:
     void setMode(Mode mode);
     // Default answer bytes in Immediate mode (default: "{}").
     void setDefaultAnswer(std::string bytes);
-    // Answer for one route, e.g. answerFor("GET /KORVA/System/deviceInfo", "{...}").
-    void answerFor(const std::string& methodAndPath, std::string bytes);
 
     void handle(const korva::host::DeviceRequest& request, korva::host::DeviceReply reply) override;
 
     std::vector<korva::host::DeviceRequest> requests() const;
     bool waitForRequests(size_t n, std::chrono::milliseconds timeout = std::chrono::seconds(5));
-    // Number of Deferred replies not yet released.
-    size_t pendingCount() const;
     // Releases the index-th kept reply (in arrival order) with these bytes. False when there is
     // no such pending reply.
     bool replyPending(size_t index, std::string bytes);
@@ -145,7 +146,6 @@ private:
     std::condition_variable m_changed;
     Mode m_mode = Mode::kImmediate;
     std::string m_default = "{}";
-    std::map<std::string, std::string> m_answers;
     std::vector<korva::host::DeviceRequest> m_requests;
     std::vector<korva::host::DeviceReply> m_pending;  // released entries are empty
 };

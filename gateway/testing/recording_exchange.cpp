@@ -1,6 +1,9 @@
 // RecordingExchange and TestRequest: requests and answers without a socket.
 #include <algorithm>
+#include <atomic>
 #include <cctype>
+#include <cstdio>
+#include <cstdlib>
 
 #include "gateway/testing/harness.h"
 
@@ -27,7 +30,19 @@ auto findHeader(Map& headers, const std::string& name) {
                         [&](const auto& entry) { return lowerCase(entry.first) == wanted; });
 }
 
+void abortOnDoubleAnswer(const std::string& url) {
+    std::fprintf(stderr, "RecordingExchange: a second complete answer to %s\n", url.c_str());
+    std::abort();
+}
+
+std::atomic<RecordingExchange::DoubleAnswerHandler> g_doubleAnswer{abortOnDoubleAnswer};
+
 }  // namespace
+
+RecordingExchange::DoubleAnswerHandler RecordingExchange::setDoubleAnswerHandler(
+    DoubleAnswerHandler handler) {
+    return g_doubleAnswer.exchange(handler);
+}
 
 std::shared_ptr<RecordingExchange> RecordingExchange::create(
     unsigned char method, std::string url, std::map<std::string, std::string> headers) {
@@ -70,26 +85,28 @@ void RecordingExchange::setStatus(int status) {
     m_status = status;
 }
 
-void RecordingExchange::setMime(const std::string& mime) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_mime = mime;
-}
+void RecordingExchange::setMime(const std::string&) {}
 
 void RecordingExchange::setStreamMime() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_streaming = true;
-    m_mime = "multipart/mixed; boundary=boundary";
 }
 
 int RecordingExchange::respond(const void* data, int length) {
+    if (length < 0 || (length > 0 && data == nullptr)) return -1;
     std::function<int(int)> result;
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        const int usable = (data == nullptr || length < 0) ? 0 : length;
-        m_writes.emplace_back(static_cast<const char*>(data), static_cast<size_t>(usable));
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (!m_streaming && m_answered) {
+            lock.unlock();
+            g_doubleAnswer.load()(m_url);
+            return QXHttpService::CHttpExchange::kLinkBroken;
+        }
+        m_answered = !m_streaming;
+        m_writes.emplace_back(static_cast<const char*>(data), static_cast<size_t>(length));
         m_changed.notify_all();
         if (m_broken) return QXHttpService::CHttpExchange::kLinkBroken;
-        if (!m_respondResult) return usable;
+        if (!m_respondResult) return length;
         result = m_respondResult;
     }
     return result(length);  // outside the lock: the script may inspect the exchange
@@ -114,11 +131,6 @@ bool RecordingExchange::hasAnswerHeader(const std::string& name) const {
 std::map<std::string, std::string> RecordingExchange::answerHeaders() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_answerHeaders;
-}
-
-std::string RecordingExchange::mime() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_mime;
 }
 
 bool RecordingExchange::streaming() const {

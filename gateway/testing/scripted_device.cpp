@@ -2,14 +2,6 @@
 #include "gateway/testing/harness.h"
 
 namespace korva::testing {
-namespace {
-
-const char* methodName(int method) {
-    static const char* const kNames[] = {"GET", "PUT", "POST", "DELETE"};
-    return method >= 0 && method < 4 ? kNames[method] : "OTHER";
-}
-
-}  // namespace
 
 void ScriptedDevice::setMode(Mode mode) {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -19,11 +11,6 @@ void ScriptedDevice::setMode(Mode mode) {
 void ScriptedDevice::setDefaultAnswer(std::string bytes) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_default = std::move(bytes);
-}
-
-void ScriptedDevice::answerFor(const std::string& methodAndPath, std::string bytes) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_answers[methodAndPath] = std::move(bytes);
 }
 
 void ScriptedDevice::handle(const korva::host::DeviceRequest& request,
@@ -38,8 +25,7 @@ void ScriptedDevice::handle(const korva::host::DeviceRequest& request,
             m_pending.push_back(std::move(reply));
             return;
         }
-        auto it = m_answers.find(std::string(methodName(request.method)) + " " + request.path);
-        answer = it == m_answers.end() ? m_default : it->second;
+        answer = m_default;
     }
     reply(std::move(answer));
 }
@@ -52,13 +38,6 @@ std::vector<korva::host::DeviceRequest> ScriptedDevice::requests() const {
 bool ScriptedDevice::waitForRequests(size_t n, std::chrono::milliseconds timeout) {
     std::unique_lock<std::mutex> lock(m_mutex);
     return m_changed.wait_for(lock, timeout, [&] { return m_requests.size() >= n; });
-}
-
-size_t ScriptedDevice::pendingCount() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    size_t count = 0;
-    for (const auto& reply : m_pending) count += reply ? 1 : 0;
-    return count;
 }
 
 bool ScriptedDevice::replyPending(size_t index, std::string bytes) {

@@ -147,15 +147,3 @@ class AdminTokenTest(GatewayTestCase):
                 self.assertEqual(status, expected, (authorization, path))
                 if expected == 401:
                     self.assertTrue(response.getheader("WWW-Authenticate").startswith("Bearer"))
-
-
-class AlarmBusResetTest(GatewayTestCase):
-    """Own gateway: after a reset the plug-in keeps its stale subscription until its clean-up
-    timer notices, which would disturb other stream tests."""
-
-    def test_alarm_bus_reset_forgets_subscriptions(self):
-        stream = AlertStream(self.gateway)
-        self.addCleanup(stream.close)
-        self.assertTrue(self.gateway.state()["subscriptions"])
-        self.assertEqual(self.gateway.admin("POST", "/admin/alarm-bus/reset")[0], 200)
-        self.assertEqual(self.gateway.state()["subscriptions"], [])

@@ -75,6 +75,7 @@ class HttpFramingTest(GatewayTestCase):
             (b"GET /x HTTP/1.1\r\nHost: a/b\r\n\r\n", 400),
             (b"GET /x HTTP/1.1\r\nHost: [::1\r\n\r\n", 400),
             (b"GET /x HTTP/1.1\r\nHost: a:http\r\n\r\n", 400),
+            (b"GET /x HTTP/1.1\r\nHost: a:123456\r\n\r\n", 400),
             (b"GET x HTTP/1.1\r\nHost: a\r\n\r\n", 400),
             (b"GET /" + b"a" * 3000 + b" HTTP/1.1\r\nHost: a\r\n\r\n", 414),
             (b"GET /" + b"a" * 9000 + b" HTTP/1.1\r\nHost: a\r\n\r\n", 414),
@@ -139,17 +140,6 @@ class HttpFramingTest(GatewayTestCase):
             r'^\S+ 4 \[HTTP\] 127\.0\.0\.1 - - \[[^]]+\] "HEAD /KORVA/System/deviceInfo HTTP/1\.1" '
             r'401 \d+ \d+\.\d{3}$', self.gateway.stderr(), re.M))
         self.assertTrue(lines, self.gateway.stderr()[-2000:])
-
-    def test_admin_405_names_the_allowed_methods(self):
-        port = int(self.gateway.admin_base.rsplit(":", 1)[1])
-        for method, path, allow in [("PUT", "/metrics", b"GET, HEAD"),
-                                    ("POST", "/admin/state", b"GET, HEAD"),
-                                    ("GET", "/admin/alarm-bus/reset", b"POST")]:
-            with self.subTest(path=path):
-                data = exchange(port, raw_request(method, path, {"Host": "127.0.0.1:%d" % port,
-                                                                 "Connection": "close"}))
-                self.assertEqual(statuses(data), [405])
-                self.assertIn(b"\r\nAllow: " + allow + b"\r\n", data)
 
     def test_no_100_continue_for_http_1_0(self):
         for version, interim in [(b"1.0", False), (b"1.1", True)]:

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <future>
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "gateway/server/gateway_server.h"
+#include "gateway/testing/harness.h"
 #include "host/exchange_holder.h"
 #include "host/http_exchange.h"
 
@@ -23,8 +25,32 @@ namespace {
 
 using QXHttpService::CHttpExchange;
 
+// What a plug-in sees of an exchange and gets back from its answers: the same for the
+// connection's exchange and for the harness's recording exchange that plug-in tests use.
+struct ExchangeProbe {
+    std::string url, header;
+    int method = -1, badLength = 0, first = 0, second = 0;
+    bool operator==(const ExchangeProbe&) const = default;
+};
+const ExchangeProbe kConformingProbe{"/conformance?q=1", "yes", QXHttpService::kMethodPut, -1, 4,
+                                     CHttpExchange::kLinkBroken};
+
+// Reads the request, then gives one complete answer (status 201, one X-Answer header, "<a/>")
+// and tries a second one.
+ExchangeProbe exerciseExchange(CHttpExchange& exchange) {
+    ExchangeProbe probe{exchange.getUrl(), exchange.getHead("x-probe"), exchange.getMethod()};
+    exchange.setHead("X-Answer", "first");
+    exchange.setHead("x-answer", "second");  // replaces, whatever the case
+    exchange.setStatus(201);
+    probe.badLength = exchange.response("x", -1);
+    probe.first = exchange.response("<a/>", 4);
+    probe.second = exchange.response("<b/>", 4);
+    return probe;
+}
+
 // What the scripted plug-in saw and did; reset per test.
 struct Script {
+    ExchangeProbe probe;
     std::atomic<int> streamHandle{-1};
     std::atomic<int> ioThreadWrite{0};
     std::promise<int> asyncResult;
@@ -44,6 +70,7 @@ struct Script {
 Script* script = nullptr;
 
 const char kStreamPart[] = "--boundary\r\nContent-Length: 3\r\n\r\nabc";
+
 
 // Answers by path: the test names the behaviour in the URL.
 int fakeProcess(int* handled, std::string* response, int* asyncReply,
@@ -92,6 +119,11 @@ int fakeProcess(int* handled, std::string* response, int* asyncReply,
     }
     if (url == "/never") {
         script->keep(holder.exchange);
+        *asyncReply = 1;
+        return 200;
+    }
+    if (url.starts_with("/conformance")) {
+        script->probe = exerciseExchange(*holder.exchange);
         *asyncReply = 1;
         return 200;
     }
@@ -171,6 +203,33 @@ TEST_F(ServerTest, ClientWaitingForContinueGetsItBeforeSendingTheBody) {
     EXPECT_EQ(answer.rfind("HTTP/1.1 201 ", 0), 0u) << answer;
     EXPECT_NE(answer.find("<a>ok</a>"), std::string::npos) << answer;
     close(fd);
+}
+
+TEST_F(ServerTest, RecordingExchangeAnswersLikeTheConnectionsExchange) {
+    const int fd = connectClient(
+        "PUT /conformance?q=1 HTTP/1.1\r\nHost: x\r\nX-Probe: yes\r\nContent-Length: 0\r\n\r\n");
+    const std::string wire = readUntil(fd, "<a/>");
+    close(fd);
+    EXPECT_EQ(m_script.probe, kConformingProbe);
+    EXPECT_EQ(wire.rfind("HTTP/1.1 201 ", 0), 0u) << wire;
+    std::string lower = wire;
+    std::transform(lower.begin(), lower.end(), lower.begin(), ::tolower);
+    EXPECT_NE(lower.find("\r\nx-answer: second\r\n"), std::string::npos) << wire;
+    EXPECT_EQ(wire.find("first"), std::string::npos) << wire;
+    EXPECT_EQ(wire.substr(wire.find("\r\n\r\n") + 4), "<a/>");
+
+    static int doubleAnswers = 0;  // the recording exchange reports the second answer
+    const auto previous = testing::RecordingExchange::setDoubleAnswerHandler(
+        [](const std::string&) { ++doubleAnswers; });
+    const testing::TestRequest request(QXHttpService::kMethodPut, "/conformance?q=1", "",
+                                       {{"X-Probe", "yes"}});
+    EXPECT_EQ(exerciseExchange(*request.holder().exchange), kConformingProbe);
+    testing::RecordingExchange::setDoubleAnswerHandler(previous);
+    EXPECT_EQ(doubleAnswers, 1);
+    EXPECT_EQ(request.exchange().status(), 201);
+    EXPECT_EQ(request.exchange().answerHeaders().size(), 1u);
+    EXPECT_EQ(request.exchange().answerHeader("X-Answer"), "second");
+    EXPECT_EQ(request.exchange().written(), "<a/>");
 }
 
 TEST_F(ServerTest, AsynchronousAnswerFromAnotherThreadIsOneCompleteAnswer) {

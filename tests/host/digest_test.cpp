@@ -449,6 +449,17 @@ TEST_F(DigestCheck, LocksOutAUserAtOneAddressOnly) {
     EXPECT_EQ(fail("admin"), 2);
     EXPECT_EQ(fail("nobody"), 2);
     EXPECT_STREQ(out.devIndex, "");
+    EXPECT_EQ(check(header("nobody", "", freshNonce())), kDigestRejected);  // no empty password
+}
+
+// The bound device index must fit the result with its terminator; one that does not is an error.
+TEST_F(DigestCheck, DeviceIndexFillingTheResultIsRefused) {
+    const size_t size = sizeof out.devIndex;
+    for (const size_t length : {size - 1, size}) {
+        korva::host::setAccounts({{"cam", "pw", std::string(length, 'd')}}, {});
+        EXPECT_EQ(check(header("cam", "pw", freshNonce())), length < size ? kDigestAuthenticated : 2);
+        EXPECT_EQ(std::string(out.devIndex), length < size ? std::string(length, 'd') : "");
+    }
 }
 
 TEST_F(DigestCheck, TrustedProxyForwardsTheClientAddress) {

@@ -1,6 +1,5 @@
 // CHttpExchange over its backend: found by handle from any thread, inert once detached, with
-// handles that wrap round but are never reused while referred to. The forwarding tests run over the
-// harness's recording exchange, which the plug-in tests rely on as well.
+// handles that wrap round but are never reused while referred to.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -18,47 +17,19 @@ namespace {
 using QXHttpService::CHttpExchange;
 using QXHttpService::ExchangeRegistry;
 
-TEST(Exchange, ForwardsToItsBackendByHandleFromAnyThread) {
-    int handle = -1;
-    {
-        TestRequest request(QXHttpService::kMethodPut, "/KORVA/x?y=1", "",
-                            {{"Authorization", "Digest x"}});
-        handle = request.handle();
-        ASSERT_GT(handle, 0);
-        CHttpExchange exchange(handle);
-        ASSERT_TRUE(exchange.isAttached());
-        EXPECT_EQ("/KORVA/x?y=1", exchange.getUrl());
-        EXPECT_EQ(QXHttpService::kMethodPut, exchange.getMethod());
-        EXPECT_EQ("Digest x", exchange.getHead("authorization"));
-        EXPECT_EQ(handle, exchange.getHttpHandle());
-        exchange.setHead("Content-Type", "text/plain");
-        exchange.setHead("content-type", "application/xml");  // replaces, whatever the case
-        exchange.setStatus(401);
-        exchange.setMIME("application/xml");
-        EXPECT_EQ(3, exchange.response("abc", 3));
-        EXPECT_EQ(0, exchange.response(nullptr, 0));
-
-        RecordingExchange& recorded = request.exchange();
-        EXPECT_EQ("application/xml", recorded.mime());
-        std::thread([handle] { CHttpExchange(handle).setMIME(); }).join();
-        EXPECT_TRUE(recorded.streaming());
-        EXPECT_EQ(401, recorded.status());
-        EXPECT_EQ("application/xml", recorded.answerHeader("Content-Type"));
-        EXPECT_EQ(1u, recorded.answerHeaders().size());
-        EXPECT_EQ((std::vector<std::string>{"abc", ""}), recorded.writes());
-
-        recorded.setRespondResult([](int length) { return length - 1; });
-        EXPECT_EQ(3, exchange.response("defg", 4));
-        recorded.breakLink();
-        EXPECT_EQ(CHttpExchange::kLinkBroken, exchange.response("h", 1));
-        EXPECT_EQ("abcdefgh", recorded.written());
-    }
-    EXPECT_FALSE(CHttpExchange(handle).isAttached());
-}
-
-TEST(Exchange, DetachedExchangesDoNothing) {
+// What the plug-in reads and how it answers is the exchange conformance test's (server tests);
+// here: the handle reaches the backend from any thread and is inert once removed.
+TEST(Exchange, FoundByHandleFromAnyThreadAndInertOnceRemoved) {
     TestRequest request(QXHttpService::kMethodGet, "/a", "", {{"Authorization", "Digest x"}});
     const int handle = request.handle();
+    ASSERT_GT(handle, 0);
+    std::thread([handle] {
+        CHttpExchange exchange(handle);
+        EXPECT_TRUE(exchange.isAttached());
+        EXPECT_EQ(exchange.getHttpHandle(), handle);
+        exchange.setMIME();
+    }).join();
+    EXPECT_TRUE(request.exchange().streaming());
     ExchangeRegistry::instance().remove(handle);  // the backend lives on, unreachable
     for (int h : {handle, -1, 0, 0x7FFFFFF0}) {
         CHttpExchange exchange(h);
@@ -75,7 +46,6 @@ TEST(Exchange, DetachedExchangesDoNothing) {
     EXPECT_TRUE(request.exchange().answerHeaders().empty());
     EXPECT_FALSE(CHttpExchange(std::shared_ptr<QXHttpService::ExchangeBackend>{}).isAttached());
 }
-
 
 TEST(Exchange, HandlesWrapSkippingThoseStillReferredToAndRunOutCleanly) {
     ExchangeRegistry registry(3, 4);  // at most 3 entries, handles 1..4

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <thread>
 
 #include "host/kvl_thread_pool.h"
@@ -83,15 +84,32 @@ TEST(ThreadPool, DestroyRunsPendingWorkAndNullPoolsAreRefused) {
     EXPECT_EQ(KVL_ThreadPoolFlex_Create(1, 100, nullptr, 0), nullptr);
 }
 
-TEST(ThreadPool, IdleWorkersEndAndNewOnesStartOnDemand) {
-    Counters c;
-    KVL_HThreadPoolFlex pool = KVL_ThreadPoolFlex_Create(4, 20, work, 0);
-    ASSERT_NE(pool, nullptr);
-    for (int round = 0; round < 3; ++round) {
-        ASSERT_EQ(KVL_ThreadPoolFlex_Work(pool, new Item{&c}), 0);
-        EXPECT_TRUE(waitFor(c.done, round + 1));
-        std::this_thread::sleep_for(std::chrono::milliseconds(60));  // workers time out
+// Threads of this process (each test runs in a process of its own).
+size_t threadCount() {
+    size_t count = 0;
+    for ([[maybe_unused]] const auto& entry :
+         std::filesystem::directory_iterator("/proc/self/task")) {
+        ++count;
     }
+    return count;
+}
+
+TEST(ThreadPool, IdleWorkersEndAndNewOnesStartOnDemand) {
+    const size_t before = threadCount();
+    Counters c;
+    c.work = std::chrono::milliseconds(30);
+    KVL_HThreadPoolFlex pool = KVL_ThreadPoolFlex_Create(4, 50, work, 0);
+    ASSERT_NE(pool, nullptr);
+    for (int i = 0; i < 4; ++i) ASSERT_EQ(KVL_ThreadPoolFlex_Work(pool, new Item{&c}), 0);
+    EXPECT_TRUE(waitFor(c.running, 4));
+    EXPECT_EQ(threadCount(), before + 4);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (threadCount() != before && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_EQ(threadCount(), before);  // every worker ended after idling 50 ms
+    ASSERT_EQ(KVL_ThreadPoolFlex_Work(pool, new Item{&c}), 0);
+    EXPECT_TRUE(waitFor(c.done, 5));  // a new worker started for it
     EXPECT_EQ(KVL_ThreadPoolFlex_Destroy(pool), 0);
 }
 

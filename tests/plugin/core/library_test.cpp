@@ -1,11 +1,11 @@
 // libkorva_protocol.so loaded with dlopen as the gateway loads it: the entry points resolve by
-// their plain names and answer an unclaimed request; the re-exported runtime members work.
+// their plain names and answer an unclaimed request. (The re-exported runtime members: the
+// exports check, and SupportClasses in the host tests.)
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include "gateway/testing/harness.h"
 #include "host/plugin_abi.h"
-#include "host/sqlite3_do.h"
 
 namespace {
 
@@ -36,18 +36,6 @@ TEST(Library, EntryPointsServeAnUnclaimedRequest) {
     EXPECT_EQ(handled, 0);
     EXPECT_NE(response.find("invalidOperation"), std::string::npos);  // its bytes: entry_test
     EXPECT_EQ(uninit(), 0);
-}
-
-// The recordset's private index check, called through the library's exported copy.
-TEST(Library, ExportedRecordsetIndexCheck) {
-    ASSERT_NE(library(), nullptr) << dlerror();
-    using CheckIndex = bool (*)(const Sqlite3DO::CSQLite3Recordset*, int32_t);
-    auto check = resolve<CheckIndex>("_ZNK9Sqlite3DO17CSQLite3Recordset10CheckIndexEi");
-    ASSERT_NE(check, nullptr) << dlerror();
-    const Sqlite3DO::CSQLite3Recordset recordset(nullptr, nullptr, 3, false);
-    for (const auto& [index, valid] : {std::pair{-1, false}, {0, true}, {2, true}, {3, false}}) {
-        EXPECT_EQ(check(&recordset, index), valid) << index;
-    }
 }
 
 }  // namespace
