@@ -57,7 +57,9 @@ bool ScriptedDevice::waitForRequests(size_t n, std::chrono::milliseconds timeout
 size_t ScriptedDevice::pendingCount() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     size_t count = 0;
-    for (const auto& reply : m_pending) count += reply ? 1 : 0;
+    for (const auto& reply : m_pending) {
+        if (reply) ++count;
+    }
     return count;
 }
 
