@@ -5,8 +5,9 @@ target_compile_options(korva_warnings INTERFACE
   -Wunused -Woverloaded-virtual -Wnull-dereference -Wformat=2
   -Wconversion -Wsign-conversion -Wold-style-cast)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-  # Checks the annotations of gateway/hostlib/thread_annotations.h and host/rw_lock.h.
-  target_compile_options(korva_warnings INTERFACE -Wthread-safety)
+  # Checks the annotations of gateway/hostlib/thread_annotations.h and host/rw_lock.h; a lock
+  # rule broken is an error in every clang build (the fuzz preset is the one CI builds).
+  target_compile_options(korva_warnings INTERFACE -Wthread-safety -Werror=thread-safety)
 endif()
 if(KORVA_WERROR)
   target_compile_options(korva_warnings INTERFACE -Werror)
