@@ -40,7 +40,7 @@ TEST_F(AlertServiceTest, StressEverythingAtOnce) {
     };
     for (int opener = 0; opener < 2; ++opener) {
         spawn([&](std::mt19937& random) {
-            StreamRequest stream = requestStream(service, "s" + deviceNo(random()));
+            StreamRequest stream = requestStream(service, "s" + deviceNo(static_cast<unsigned>(random())));
             if (stream.status != 200) return;
             if (random() % 4 == 0) stream.exchange().setRespondResult([](int n) { return n - 1; });
             std::lock_guard<std::mutex> lock(mutex);
@@ -51,7 +51,7 @@ TEST_F(AlertServiceTest, StressEverythingAtOnce) {
     spawn([](std::mt19937& random) {
         const char* extra[] = {R"("eventType":"VMD")", R"("activePostCount":"bad")",
                                R"("eventDescription":"Heart Beat")"};
-        const std::string device = deviceNo(random());
+        const std::string device = deviceNo(static_cast<unsigned>(random()));
         korva::host::publishAlarm(device, alarmJson(device, extra[random() % 3]));
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     });
@@ -75,7 +75,7 @@ TEST_F(AlertServiceTest, StressEverythingAtOnce) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     });
     spawn([](std::mt19937& random) {
-        const std::string device = deviceNo(random());
+        const std::string device = deviceNo(static_cast<unsigned>(random()));
         korva::host::detachDevice(device);
         std::this_thread::sleep_for(std::chrono::milliseconds(3));
         korva::host::reattachDevice(device);
