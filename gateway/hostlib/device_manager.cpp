@@ -135,6 +135,8 @@ void stopDeviceNotifications() {
 }  // namespace detail
 }  // namespace korva::host
 
+// The host interface takes the device index by value.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::shared_ptr<CVexDevice> QX_DeviceMgr_GetDevice(std::string devIndex) {
     return korva::host::DeviceTable::instance().device(devIndex);
 }
