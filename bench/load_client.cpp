@@ -222,9 +222,11 @@ std::optional<Head> parseHead(const char* data, size_t size) {
     head.status = std::atoi(data + 9);
     const char* line = static_cast<const char*>(memchr(data, '\n', size)) + 1;
     while (line < end) {
-        const char* next = static_cast<const char*>(memchr(line, '\n', static_cast<size_t>(end + 2 - line)));
+        const char* next =
+            static_cast<const char*>(memchr(line, '\n', static_cast<size_t>(end + 2 - line)));
         if (next == nullptr) break;
-        const char* colon = static_cast<const char*>(memchr(line, ':', static_cast<size_t>(next - line)));
+        const char* colon =
+            static_cast<const char*>(memchr(line, ':', static_cast<size_t>(next - line)));
         if (colon != nullptr) {
             const char* value = colon + 1;
             while (value < next && *value == ' ') ++value;

@@ -40,7 +40,8 @@ TEST_F(AlertServiceTest, StressEverythingAtOnce) {
     };
     for (int opener = 0; opener < 2; ++opener) {
         spawn([&](std::mt19937& random) {
-            StreamRequest stream = requestStream(service, "s" + deviceNo(static_cast<unsigned>(random())));
+            StreamRequest stream =
+                requestStream(service, "s" + deviceNo(static_cast<unsigned>(random())));
             if (stream.status != 200) return;
             if (random() % 4 == 0) stream.exchange().setRespondResult([](int n) { return n - 1; });
             std::lock_guard<std::mutex> lock(mutex);
