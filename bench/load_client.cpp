@@ -222,13 +222,15 @@ std::optional<Head> parseHead(const char* data, size_t size) {
     head.status = std::atoi(data + 9);
     const char* line = static_cast<const char*>(memchr(data, '\n', size)) + 1;
     while (line < end) {
-        const char* next = static_cast<const char*>(memchr(line, '\n', end + 2 - line));
+        const char* next =
+            static_cast<const char*>(memchr(line, '\n', static_cast<size_t>(end + 2 - line)));
         if (next == nullptr) break;
-        const char* colon = static_cast<const char*>(memchr(line, ':', next - line));
+        const char* colon =
+            static_cast<const char*>(memchr(line, ':', static_cast<size_t>(next - line)));
         if (colon != nullptr) {
             const char* value = colon + 1;
             while (value < next && *value == ' ') ++value;
-            std::string text(value, next - value);
+            std::string text(value, static_cast<size_t>(next - value));
             while (!text.empty() && (text.back() == '\r' || text.back() == ' ')) text.pop_back();
             if (startsWithNoCase(line, colon, "content-length")) {
                 head.contentLength = std::strtoull(text.c_str(), nullptr, 10);
@@ -382,7 +384,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
             takeChallenge(head.authenticate);
         } else {
             if (now >= m_shared.measureFrom) {
-                m_stats.statuses[std::min(head.status, 599)]++;
+                m_stats.statuses[static_cast<size_t>(std::min(head.status, 599))]++;
                 m_stats.latencyUs.push_back(static_cast<uint32_t>(
                     std::chrono::duration_cast<std::chrono::microseconds>(now - m_sent).count()));
             }

@@ -3,28 +3,39 @@
 
 #include <shared_mutex>
 
+// Thread-safety attributes for clang's -Wthread-safety (nothing for other compilers): the lock is
+// a capability, and members guarded by it can be declared QX_THREAD_ANNOTATION(guarded_by(lock)).
+#if defined(__clang__)
+#define QX_THREAD_ANNOTATION(x) __attribute__((x))
+#else
+#define QX_THREAD_ANNOTATION(x)
+#endif
+
 namespace QXBase {
 
-class CRWLock {
+class QX_THREAD_ANNOTATION(capability("rwlock")) CRWLock {
 public:
     CRWLock() = default;
     CRWLock(const CRWLock&) = delete;
     CRWLock& operator=(const CRWLock&) = delete;
 
-    void ReadLock() { m_lock.lock_shared(); }
-    void ReadUnlock() { m_lock.unlock_shared(); }
-    void WriteLock() { m_lock.lock(); }
-    void WriteUnlock() { m_lock.unlock(); }
+    void ReadLock() QX_THREAD_ANNOTATION(acquire_shared_capability()) { m_lock.lock_shared(); }
+    void ReadUnlock() QX_THREAD_ANNOTATION(release_shared_capability()) { m_lock.unlock_shared(); }
+    void WriteLock() QX_THREAD_ANNOTATION(acquire_capability()) { m_lock.lock(); }
+    void WriteUnlock() QX_THREAD_ANNOTATION(release_capability()) { m_lock.unlock(); }
 
 private:
     std::shared_mutex m_lock;
 };
 
 // Holds the read side of a CRWLock for its lifetime.
-class CReadLockGuard {
+class QX_THREAD_ANNOTATION(scoped_lockable) CReadLockGuard {
 public:
-    explicit CReadLockGuard(CRWLock& lock) : m_lock(lock) { m_lock.ReadLock(); }
-    ~CReadLockGuard() { m_lock.ReadUnlock(); }
+    explicit CReadLockGuard(CRWLock& lock) QX_THREAD_ANNOTATION(acquire_shared_capability(lock))
+        : m_lock(lock) {
+        m_lock.ReadLock();
+    }
+    ~CReadLockGuard() QX_THREAD_ANNOTATION(release_capability()) { m_lock.ReadUnlock(); }
     CReadLockGuard(const CReadLockGuard&) = delete;
     CReadLockGuard& operator=(const CReadLockGuard&) = delete;
 
@@ -33,10 +44,13 @@ private:
 };
 
 // Holds the write side of a CRWLock for its lifetime.
-class CWriteLockGuard {
+class QX_THREAD_ANNOTATION(scoped_lockable) CWriteLockGuard {
 public:
-    explicit CWriteLockGuard(CRWLock& lock) : m_lock(lock) { m_lock.WriteLock(); }
-    ~CWriteLockGuard() { m_lock.WriteUnlock(); }
+    explicit CWriteLockGuard(CRWLock& lock) QX_THREAD_ANNOTATION(acquire_capability(lock))
+        : m_lock(lock) {
+        m_lock.WriteLock();
+    }
+    ~CWriteLockGuard() QX_THREAD_ANNOTATION(release_capability()) { m_lock.WriteUnlock(); }
     CWriteLockGuard(const CWriteLockGuard&) = delete;
     CWriteLockGuard& operator=(const CWriteLockGuard&) = delete;
 

@@ -10,6 +10,7 @@ PACKAGES=(
   curl python3 python3-requests
   nginx python3-matplotlib  # bench/: the reference server of http_vs_nginx.py, soak.py's plot
   clang libclang-rt-14-dev  # fuzz/: libFuzzer
+  clang-format clang-tidy   # scripts/check-style.sh
 )
 
 missing=()

@@ -120,7 +120,8 @@ std::string readFile(const std::string& path, std::string* out) {
 }
 
 bool hasControlCharacter(const std::string& text) {
-    for (const unsigned char c : text) {
+    for (const char ch : text) {
+        const auto c = static_cast<unsigned char>(ch);
         if (c < 0x20 || c == 0x7f) return true;
     }
     return false;

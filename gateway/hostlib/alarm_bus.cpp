@@ -8,12 +8,12 @@
 #include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
 #include "gateway/hostlib/bus_internal.h"
 #include "gateway/hostlib/json_text.h"
+#include "gateway/hostlib/mutex.h"
 #include "gateway/hostlib/task_queue.h"
 #include "host/qx_log.h"
 
@@ -117,7 +117,7 @@ class AlarmBus {
         if (subscribeId == nullptr || callback == nullptr) return answer(reply, kBadArguments);
         std::optional<std::vector<std::string>> devices = readSubscribeBody(body);
         if (!devices) return answer(reply, kBadArguments);
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         const int id = m_nextId++;
         m_subscriptions[id] = Subscription{callback, user, false, std::move(*devices)};
         *subscribeId = id;
@@ -129,7 +129,7 @@ class AlarmBus {
     }
 
     int start(int id) {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         Subscription* subscription = findLocked(id);
         if (subscription == nullptr) return kUnknownSubscription;
         subscription->started = true;
@@ -140,7 +140,7 @@ class AlarmBus {
                   const std::string& body) {
         const std::optional<std::string> named = readAddDeviceBody(body);
         if (devIndex.empty() || !named || *named != devIndex) return answer(reply, kBadArguments);
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         Subscription* subscription = findLocked(id);
         if (subscription == nullptr) return answer(reply, kUnknownSubscription);
         if (!subscription->includes(devIndex)) subscription->devices.push_back(devIndex);
@@ -148,7 +148,7 @@ class AlarmBus {
     }
 
     int deleteDevice(std::string* reply, int id, const std::string& devIndex) {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         Subscription* subscription = findLocked(id);
         if (subscription == nullptr) return answer(reply, kUnknownSubscription);
         if (std::erase(subscription->devices, devIndex) == 0) return answer(reply, kUnknownDevice);
@@ -157,28 +157,32 @@ class AlarmBus {
 
     int unsubscribe(std::string* reply, int id) {
         const bool fromDelivery = m_delivery.onQueueThread();
-        std::unique_lock<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         if (m_subscriptions.erase(id) == 0) return answer(reply, kUnknownSubscription);
-        if (!fromDelivery) m_routineDone.wait(lock, [&] { return m_running != id; });
+        if (!fromDelivery) {
+            while (m_running == id) m_routineDone.wait(lock);
+        }
         return answer(reply, kOk);
     }
 
     bool known(int id) {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         return m_subscriptions.count(id) != 0;
     }
 
     void reset() {
         const bool fromDelivery = m_delivery.onQueueThread();
-        std::unique_lock<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         m_subscriptions.clear();
-        if (!fromDelivery) m_routineDone.wait(lock, [&] { return m_running == 0; });
+        if (!fromDelivery) {
+            while (m_running != 0) m_routineDone.wait(lock);
+        }
     }
 
     bool publish(const std::string& devIndex, const std::string& bytes) {
         int lastId;
         {
-            std::lock_guard<std::mutex> lock(m_mutex);
+            MutexLock lock(m_mutex);
             lastId = m_nextId - 1;
         }
         if (!m_delivery.post(
@@ -191,7 +195,7 @@ class AlarmBus {
     }
 
     std::vector<SubscriptionState> list() {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         std::vector<SubscriptionState> states;
         for (const auto& [id, subscription] : m_subscriptions) {
             states.push_back({id, subscription.started, subscription.devices});
@@ -203,7 +207,7 @@ class AlarmBus {
     void stop() { m_delivery.stop(); }
 
   private:
-    Subscription* findLocked(int id) {
+    Subscription* findLocked(int id) REQUIRES(m_mutex) {
         auto it = m_subscriptions.find(id);
         return it == m_subscriptions.end() ? nullptr : &it->second;
     }
@@ -213,7 +217,7 @@ class AlarmBus {
     // subscriptions made after the alarm was published (id above lastId) do not get it.
     void deliver(const std::string& devIndex, const std::string& bytes, int lastId) {
         int last = 0;
-        std::unique_lock<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         for (;;) {
             auto next = std::find_if(
                 m_subscriptions.upper_bound(last), m_subscriptions.end(), [&](const auto& entry) {
@@ -233,11 +237,11 @@ class AlarmBus {
         }
     }
 
-    std::mutex m_mutex;
-    std::condition_variable m_routineDone;
-    std::map<int, Subscription> m_subscriptions;
-    int m_nextId = 1;   // ids are never reused, not even after a reset
-    int m_running = 0;  // subscription whose routine is being called, 0 when none
+    Mutex m_mutex;
+    std::condition_variable_any m_routineDone;
+    std::map<int, Subscription> m_subscriptions GUARDED_BY(m_mutex);
+    int m_nextId GUARDED_BY(m_mutex) = 1;   // ids are never reused, not even after a reset
+    int m_running GUARDED_BY(m_mutex) = 0;  // subscription whose routine is being called, or 0
     detail::TaskQueue m_delivery{"alarm-delivery", 1, kQueueCapacity};
 };
 

@@ -8,7 +8,7 @@ AsyncLogWriter::AsyncLogWriter(size_t capacityBytes, Output output)
 AsyncLogWriter::~AsyncLogWriter() {
     std::thread thread;
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         m_stop = true;
         thread.swap(m_thread);
         m_wake.notify_all();
@@ -17,7 +17,7 @@ AsyncLogWriter::~AsyncLogWriter() {
 }
 
 bool AsyncLogWriter::push(const std::string& line) {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     if (m_stop || line.size() > m_capacity - m_pending.size()) {
         ++m_dropped;
         return false;
@@ -31,21 +31,25 @@ bool AsyncLogWriter::push(const std::string& line) {
 }
 
 bool AsyncLogWriter::flush(std::chrono::milliseconds timeout) {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     if (std::this_thread::get_id() == m_thread.get_id()) return false;
     const uint64_t target = m_queuedLines;
-    return m_written.wait_for(lock, timeout, [&] { return m_writtenLines >= target; });
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (m_writtenLines < target) {
+        if (m_written.wait_until(lock, deadline) == std::cv_status::timeout) break;
+    }
+    return m_writtenLines >= target;
 }
 
 uint64_t AsyncLogWriter::dropped() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     return m_dropped;
 }
 
 void AsyncLogWriter::run() {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     for (;;) {
-        m_wake.wait(lock, [&] { return m_stop || !m_pending.empty(); });
+        while (!m_stop && m_pending.empty()) m_wake.wait(lock);
         if (m_pending.empty()) return;  // stopping, and everything is written
         std::string batch;
         batch.swap(m_pending);

@@ -11,9 +11,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
+
+#include "gateway/hostlib/mutex.h"
 
 namespace korva::host::detail {
 
@@ -42,16 +43,16 @@ class AsyncLogWriter {
     const size_t m_capacity;
     const Output m_output;
 
-    mutable std::mutex m_mutex;
-    std::condition_variable m_wake;     // lines queued or stop requested
-    std::condition_variable m_written;  // a batch was written
-    std::string m_pending;              // whole lines, in order
-    uint64_t m_queuedLines = 0;         // lines accepted so far
-    uint64_t m_writtenLines = 0;        // lines written so far
-    uint64_t m_pendingLines = 0;        // lines in m_pending
-    uint64_t m_dropped = 0;
-    bool m_stop = false;
-    std::thread m_thread;
+    mutable Mutex m_mutex;
+    std::condition_variable_any m_wake;               // lines queued or stop requested
+    std::condition_variable_any m_written;            // a batch was written
+    std::string m_pending GUARDED_BY(m_mutex);        // whole lines, in order
+    uint64_t m_queuedLines GUARDED_BY(m_mutex) = 0;   // lines accepted so far
+    uint64_t m_writtenLines GUARDED_BY(m_mutex) = 0;  // lines written so far
+    uint64_t m_pendingLines GUARDED_BY(m_mutex) = 0;  // lines in m_pending
+    uint64_t m_dropped GUARDED_BY(m_mutex) = 0;
+    bool m_stop GUARDED_BY(m_mutex) = false;
+    std::thread m_thread GUARDED_BY(m_mutex);
 };
 
 }  // namespace korva::host::detail

@@ -32,9 +32,11 @@ int width(const IpAddress& address) {
 
 // Clears every bit after the first `prefix` bits.
 IpAddress masked(IpAddress address, int prefix) {
-    for (int i = 0; i < 16; ++i) {
-        const int keep = std::clamp(prefix - 8 * i, 0, 8);
-        address.bytes[i] &= static_cast<uint8_t>(0xFF00u >> keep);
+    int bitsLeft = prefix;
+    for (uint8_t& byte : address.bytes) {
+        const int keep = std::clamp(bitsLeft, 0, 8);
+        byte &= static_cast<uint8_t>(0xFF00u >> keep);
+        bitsLeft -= 8;
     }
     return address;
 }

@@ -418,6 +418,8 @@ RelayStats relayStats() {
 
 }  // namespace korva::host
 
+// The host interface takes the URL by value.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int QX_DeviceCfgBus_ProcessAsyn(int method, std::string jsonUrl, const std::string& jsonBody,
                                 QX_DeviceCfgCallBack callback, void* userData, int timeoutMs) {
     return korva::host::detail::DeviceCfgBus::instance().relay(method, jsonUrl, jsonBody, callback,

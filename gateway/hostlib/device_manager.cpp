@@ -1,10 +1,10 @@
 // The device manager: attached devices by device index. A device stays known after a detach
 // (so it can be reattached) but is invisible to lookups and relays until then.
 #include <map>
-#include <mutex>
 
 #include "gateway/hostlib/bus_internal.h"
 #include "gateway/hostlib/device_notifier.h"
+#include "gateway/hostlib/mutex.h"
 #include "host/device_mgr.h"
 
 namespace korva::host {
@@ -25,7 +25,7 @@ class DeviceTable {
     }
 
     void attach(const std::string& devIndex, std::shared_ptr<DeviceEndpoint> endpoint) {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         auto [it, inserted] = m_devices.try_emplace(devIndex);
         DeviceEntry& entry = it->second;
         entry.endpoint = std::move(endpoint);
@@ -36,7 +36,7 @@ class DeviceTable {
     }
 
     bool reattach(const std::string& devIndex) {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         auto it = m_devices.find(devIndex);
         if (it == m_devices.end()) return false;
         if (it->second.attached) return true;  // events report changes only
@@ -46,7 +46,7 @@ class DeviceTable {
     }
 
     bool detach(const std::string& devIndex) {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         auto it = m_devices.find(devIndex);
         if (it == m_devices.end() || !it->second.attached) return false;
         it->second.attached = false;
@@ -57,12 +57,12 @@ class DeviceTable {
 
     void clear() {
         std::map<std::string, DeviceEntry> dropped;  // endpoints released outside the lock
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         dropped.swap(m_devices);
     }
 
     std::vector<DeviceState> list() {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         std::vector<DeviceState> states;
         states.reserve(m_devices.size());
         for (const auto& [devIndex, entry] : m_devices)
@@ -71,34 +71,35 @@ class DeviceTable {
     }
 
     std::shared_ptr<CVexDevice> device(const std::string& devIndex) {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         auto it = m_devices.find(devIndex);
         return it != m_devices.end() && it->second.attached ? it->second.device : nullptr;
     }
 
     std::optional<detail::AttachedDevice> attached(const std::string& devIndex) {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         auto it = m_devices.find(devIndex);
         if (it == m_devices.end() || !it->second.attached) return std::nullopt;
         return detail::AttachedDevice{it->second.endpoint, it->second.epoch};
     }
 
     bool stillAttached(const std::string& devIndex, uint64_t epoch) {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         auto it = m_devices.find(devIndex);
         return it != m_devices.end() && it->second.attached && it->second.epoch == epoch;
     }
 
   private:
-    void markAttachedLocked(const std::string& devIndex, DeviceEntry& entry) {
+    void markAttachedLocked(const std::string& devIndex, DeviceEntry& entry) REQUIRES(m_mutex) {
         entry.attached = true;
         entry.epoch = m_nextEpoch++;
         entry.device = std::make_shared<CVexDevice>(devIndex);
     }
 
-    std::mutex m_mutex;
-    std::map<std::string, DeviceEntry> m_devices;
-    uint64_t m_nextEpoch = 1;  // shared by all devices, so a forgotten device's epoch never returns
+    Mutex m_mutex;
+    std::map<std::string, DeviceEntry> m_devices GUARDED_BY(m_mutex);
+    uint64_t m_nextEpoch GUARDED_BY(m_mutex) =
+        1;  // shared by all devices, so a forgotten device's epoch never returns
 };
 
 }  // namespace
@@ -134,6 +135,8 @@ void stopDeviceNotifications() {
 }  // namespace detail
 }  // namespace korva::host
 
+// The host interface takes the device index by value.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::shared_ptr<CVexDevice> QX_DeviceMgr_GetDevice(std::string devIndex) {
     return korva::host::DeviceTable::instance().device(devIndex);
 }

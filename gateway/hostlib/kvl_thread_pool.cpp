@@ -73,7 +73,8 @@ int startWorker(Pool* pool) {
     if (rc != 0) return rc;
     if (pool->stackSize != 0) {
         size_t size = pool->stackSize;
-        if (size < static_cast<size_t>(PTHREAD_STACK_MIN)) size = PTHREAD_STACK_MIN;
+        const auto minimum = static_cast<size_t>(PTHREAD_STACK_MIN);  // a long on glibc
+        if (size < minimum) size = minimum;
         const long page = sysconf(_SC_PAGESIZE);
         if (page > 0) {
             const size_t pageSize = static_cast<size_t>(page);

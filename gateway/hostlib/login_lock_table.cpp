@@ -56,7 +56,7 @@ void LoginLockTable::makeRoom(uint64_t now) {
 LoginLockTable::Status LoginLockTable::status(const std::string& user, const std::string& address,
                                               uint64_t now) {
     const Key key = keyOf(user, address);
-    std::lock_guard<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     auto it = find(key, now);
     return it == m_entries.end() ? Status{} : it->second.status;
 }
@@ -67,7 +67,7 @@ LoginLockTable::Status LoginLockTable::recordFailure(const std::string& user,
                                                      bool* lockedNow) {
     *lockedNow = false;
     Key key = keyOf(user, address);
-    std::lock_guard<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     auto it = find(key, now);
     if (it == m_entries.end()) {
         makeRoom(now);
@@ -95,7 +95,7 @@ LoginLockTable::Status LoginLockTable::recordFailure(const std::string& user,
 LoginLockTable::Status LoginLockTable::recordSuccess(const std::string& user,
                                                      const std::string& address, uint64_t now) {
     const Key key = keyOf(user, address);
-    std::lock_guard<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     auto it = find(key, now);
     if (it == m_entries.end()) return Status{};
     const Status before = it->second.status;
@@ -104,7 +104,7 @@ LoginLockTable::Status LoginLockTable::recordSuccess(const std::string& user,
 }
 
 size_t LoginLockTable::size() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     return m_entries.size();
 }
 

@@ -13,10 +13,11 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <set>
 #include <string>
 #include <utility>
+
+#include "gateway/hostlib/mutex.h"
 
 namespace korva::host {
 
@@ -55,17 +56,17 @@ class LoginLockTable {
 
     static Key keyOf(const std::string& user, const std::string& address);
     // The entry of a pair, its lock expired when over; end() when absent (mutex held).
-    std::map<Key, Entry>::iterator find(const Key& key, uint64_t now);
-    void unlink(const Key& key, const Entry& entry);
-    void link(const Key& key, const Entry& entry);
-    void erase(std::map<Key, Entry>::iterator it);
-    void makeRoom(uint64_t now);
+    std::map<Key, Entry>::iterator find(const Key& key, uint64_t now) REQUIRES(m_mutex);
+    void unlink(const Key& key, const Entry& entry) REQUIRES(m_mutex);
+    void link(const Key& key, const Entry& entry) REQUIRES(m_mutex);
+    void erase(std::map<Key, Entry>::iterator it) REQUIRES(m_mutex);
+    void makeRoom(uint64_t now) REQUIRES(m_mutex);
 
     const size_t m_capacity;
-    mutable std::mutex m_mutex;
-    std::map<Key, Entry> m_entries;
-    Order m_unlocked;  // (last failure, key), oldest first
-    Order m_locked;    // (locked until, key), soonest first
+    mutable Mutex m_mutex;
+    std::map<Key, Entry> m_entries GUARDED_BY(m_mutex);
+    Order m_unlocked GUARDED_BY(m_mutex);  // (last failure, key), oldest first
+    Order m_locked GUARDED_BY(m_mutex);    // (locked until, key), soonest first
 };
 
 }  // namespace korva::host

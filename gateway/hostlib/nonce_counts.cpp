@@ -14,7 +14,7 @@ void NonceCounts::purge(uint64_t now, uint64_t lifetimeMs) {
 
 NonceCounts::Use NonceCounts::use(const std::string& nonce, uint64_t issued, uint32_t nc,
                                   uint64_t now, uint64_t lifetimeMs) {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     purge(now, lifetimeMs);
     auto it = m_nonces.find(nonce);
     if (it != m_nonces.end()) {

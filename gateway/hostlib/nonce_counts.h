@@ -10,11 +10,12 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <set>
 #include <string>
 #include <unordered_map>
 #include <utility>
+
+#include "gateway/hostlib/mutex.h"
 
 namespace korva::host {
 
@@ -36,14 +37,14 @@ class NonceCounts {
         uint32_t highestNc = 0;
         uint64_t issued = 0;
     };
-    void purge(uint64_t now, uint64_t lifetimeMs);
+    void purge(uint64_t now, uint64_t lifetimeMs) REQUIRES(m_mutex);
 
     const size_t m_capacity;
-    std::mutex m_mutex;
-    std::unordered_map<std::string, Entry> m_nonces;
-    std::set<std::pair<uint64_t, std::string>> m_ages;  // (issued, nonce)
-    bool m_evicted = false;
-    uint64_t m_evictedUpTo = 0;
+    Mutex m_mutex;
+    std::unordered_map<std::string, Entry> m_nonces GUARDED_BY(m_mutex);
+    std::set<std::pair<uint64_t, std::string>> m_ages GUARDED_BY(m_mutex);  // (issued, nonce)
+    bool m_evicted GUARDED_BY(m_mutex) = false;
+    uint64_t m_evictedUpTo GUARDED_BY(m_mutex) = 0;
 };
 
 }  // namespace korva::host

@@ -37,13 +37,14 @@ std::string logSafe(std::string_view text, std::size_t maxBytes) {
     const bool cut = text.size() > maxBytes;
     if (cut) text = text.substr(0, maxBytes);
     out.reserve(text.size());
-    for (unsigned char c : text) {
+    for (const char ch : text) {
+        const auto c = static_cast<unsigned char>(ch);  // bytes above 0x7f are escaped too
         if (c < 0x20 || c >= 0x7f || c == '"' || c == '\\') {
             char escape[5];
             std::snprintf(escape, sizeof escape, "\\x%02X", c);
             out += escape;
         } else {
-            out += static_cast<char>(c);
+            out += ch;
         }
     }
     if (cut) out += "...";

@@ -73,7 +73,7 @@ std::string_view view(boost::beast::string_view text) {
 
 }  // namespace
 
-AdminAccess::AdminAccess(std::string host, unsigned short port, std::string token)
+AdminAccess::AdminAccess(const std::string& host, unsigned short port, std::string token)
     : m_host(lower(host)), m_port(port), m_token(std::move(token)) {
     const auto address = ipAddress(m_host);
     m_anyAddress = address && address->is_unspecified();

@@ -24,7 +24,7 @@ class AdminAccess {
     AdminAccess() = default;
     // `host` and `port`: the admin listener's bound address (IPv6 without brackets); `token`:
     // the bearer token every call must carry, "" for none.
-    AdminAccess(std::string host, unsigned short port, std::string token);
+    AdminAccess(const std::string& host, unsigned short port, std::string token);
 
     // Checks, in this order: Host names this listener (else 421), no cross-origin request
     // (403), the bearer token when one is set (401). nullopt when the request may proceed.

@@ -28,7 +28,7 @@ const char* phaseName(Connection::Phase phase) {
 
 ConnectionRegistry::Admission ConnectionRegistry::admit(
     const std::shared_ptr<Connection>& connection, std::size_t maxTotal, std::size_t maxPerClient) {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     if (m_connections.size() >= maxTotal) return Admission::kListenerFull;
     std::size_t& count = m_perClient[connection->clientAddress()];
     if (count >= maxPerClient) return Admission::kClientFull;
@@ -38,7 +38,7 @@ ConnectionRegistry::Admission ConnectionRegistry::admit(
 }
 
 void ConnectionRegistry::remove(std::uint64_t id) {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     const auto it = m_connections.find(id);
     if (it == m_connections.end()) return;
     const auto client = m_perClient.find(it->second.clientAddress);
@@ -47,14 +47,14 @@ void ConnectionRegistry::remove(std::uint64_t id) {
 }
 
 std::size_t ConnectionRegistry::size() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     return m_connections.size();
 }
 
 std::vector<ConnectionRegistry::Entry> ConnectionRegistry::snapshot() const {
     std::vector<std::shared_ptr<Connection>> live;
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         live.reserve(m_connections.size());
         for (const auto& [id, entry] : m_connections) {
             if (auto connection = entry.connection.lock()) live.push_back(std::move(connection));
@@ -73,7 +73,7 @@ void ConnectionRegistry::closeAll() {
     setDraining();
     std::vector<std::shared_ptr<Connection>> live;
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         for (const auto& [id, entry] : m_connections) {
             if (auto connection = entry.connection.lock()) live.push_back(std::move(connection));
         }

@@ -7,10 +7,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
+
+#include "gateway/hostlib/mutex.h"
 
 namespace korva::gateway {
 
@@ -43,13 +44,13 @@ class ConnectionRegistry {
     void setDraining() { m_draining.store(true, std::memory_order_release); }
 
   private:
-    mutable std::mutex m_mutex;
+    mutable Mutex m_mutex;
     struct Registered {
         std::weak_ptr<Connection> connection;
         std::string clientAddress;
     };
-    std::unordered_map<std::uint64_t, Registered> m_connections;
-    std::unordered_map<std::string, std::size_t> m_perClient;
+    std::unordered_map<std::uint64_t, Registered> m_connections GUARDED_BY(m_mutex);
+    std::unordered_map<std::string, std::size_t> m_perClient GUARDED_BY(m_mutex);
     std::atomic<std::uint64_t> m_nextId{0};
     std::atomic<bool> m_draining{false};
 };

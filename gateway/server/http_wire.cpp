@@ -99,7 +99,8 @@ std::string formatStreamHead(int status, const HeaderList& headers) {
 std::string jsonEscape(const std::string& text) {
     std::string out;
     out.reserve(text.size());
-    for (unsigned char c : text) {
+    for (const char ch : text) {
+        const auto c = static_cast<unsigned char>(ch);  // bytes from 0x80 on pass unchanged
         switch (c) {
             case '"':
                 out += "\\\"";
@@ -122,7 +123,7 @@ std::string jsonEscape(const std::string& text) {
                     std::snprintf(buffer, sizeof buffer, "\\u%04x", c);
                     out += buffer;
                 } else {
-                    out += static_cast<char>(c);
+                    out += ch;
                 }
         }
     }

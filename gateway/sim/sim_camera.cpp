@@ -33,8 +33,8 @@ constexpr const char* kSmartFeatures[][2] = {
 
 std::uint64_t fnv1a(const std::string& text, std::uint64_t seed) {
     std::uint64_t hash = seed;
-    for (unsigned char c : text) {
-        hash ^= c;
+    for (const char c : text) {
+        hash ^= static_cast<unsigned char>(c);  // the byte value, whatever char's signedness
         hash *= 1099511628211ULL;
     }
     return hash;

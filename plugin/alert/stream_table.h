@@ -41,7 +41,7 @@ class CAlertStreamTable {
 
   private:
     mutable QXBase::CRWLock m_lock;
-    std::map<int, SessionPtr> m_streams;
+    std::map<int, SessionPtr> m_streams QX_THREAD_ANNOTATION(guarded_by(m_lock));
 };
 
 }  // namespace QXKORVAProtocol

@@ -72,7 +72,7 @@ void initErrorCatalogue() {
         if (row != rows.end()) row->second.errorMsg = message.errorMsg;
     }
     const auto categories = errorCategoryRows();
-    for (int i = 0; i < kCategoryCount; ++i) {
+    for (size_t i = 0; i < categories.size(); ++i) {
         g_catalogue.categories[i] =
             ErrorCategory{categories[i].statusString, categories[i].httpStatus};
     }

@@ -169,8 +169,9 @@ TEST_F(DeviceCfgBusTest, ConcurrentRelaysEachCompleteOnce) {
             for (int i = 0; i < kPerThread; ++i) {
                 const std::string url =
                     i % 3 == 0 ? "/x?devIndex=dev-silent" : "/x?format=json&devIndex=dev-1";
-                EXPECT_EQ(0, QX_DeviceCfgBus_ProcessAsyn(0, url, "", callback,
-                                                         &contexts[t * kPerThread + i], 20));
+                EXPECT_EQ(0, QX_DeviceCfgBus_ProcessAsyn(
+                                 0, url, "", callback,
+                                 &contexts[static_cast<size_t>(t * kPerThread + i)], 20));
             }
         });
     }

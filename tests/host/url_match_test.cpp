@@ -70,7 +70,7 @@ TEST(UrlMatch, IntegerFields) {
 
 TEST(UrlMatch, MethodNamesAndClassificationHelpers) {
     const char* const names[] = {"GET", "PUT", "POST", "DELETE", "UNKNOWN"};
-    for (int m = 0; m < 5; ++m) EXPECT_EQ(CRESTfulProtocol::GetMethod(m), names[m]);
+    for (unsigned char m = 0; m < 5; ++m) EXPECT_EQ(CRESTfulProtocol::GetMethod(m), names[m]);
     EXPECT_EQ(CRESTfulProtocol::GetMethod(0xFF), "UNKNOWN");
     CRESTfulProtocol protocol;
     EXPECT_NE(protocol.IsJsonURL("/a?x=1&format=JSON"), 0);

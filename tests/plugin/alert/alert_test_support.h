@@ -80,7 +80,10 @@ inline std::string documentOf(const std::string& part) {
 
 inline Devices subscribedDevices() {
     const auto subscriptions = korva::host::listSubscriptions();
-    if (subscriptions.size() != 1) return {"<" + std::to_string(subscriptions.size()) + ">"};
+    if (subscriptions.size() != 1) {
+        const std::string count = std::to_string(subscriptions.size());
+        return {"<" + count + ">"};  // not "<" + to_string(): GCC 12 warns falsely on that at -O3
+    }
     return subscriptions.front().devices;
 }
 

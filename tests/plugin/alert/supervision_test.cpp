@@ -36,7 +36,9 @@ TEST_F(HeartBeat, QuietStreamGetsNumberedHeartbeatsEveryFiveSeconds) {
             for (int second = 1; second <= 4; ++second) korva::host::advanceClock(1000);
             EXPECT_EQ(session->heartBeatCount, round - 1) << start;
             korva::host::advanceClock(1000);
-            ASSERT_TRUE(waitUntil([&] { return session->lastSendTick == start + 5000u * round; }));
+            ASSERT_TRUE(waitUntil([&] {
+                return session->lastSendTick == start + 5000u * static_cast<unsigned>(round);
+            }));
         }
         const auto first = childrenOf(stream.parts()[0]);
         ASSERT_EQ(first.size(), 5u);

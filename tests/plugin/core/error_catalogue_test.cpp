@@ -49,9 +49,15 @@ TEST(ErrorCatalogue, FindsRowsByNumberAndNothingInTheGaps) {
         ASSERT_TRUE(getJsonResponseByError(row.number, status, &httpStatus));
         EXPECT_EQ(status["statusCode"].asInt(), row.statusCode);
         EXPECT_EQ(httpStatus, row.httpStatus);
-        if (row.statusString) EXPECT_EQ(status["statusString"], row.statusString);
-        if (row.errorMsg) EXPECT_EQ(status["errorMsg"], row.errorMsg);
-        if (row.subStatus) EXPECT_EQ(status["subStatusCode"], row.subStatus);
+        if (row.statusString) {
+            EXPECT_EQ(status["statusString"], row.statusString);
+        }
+        if (row.errorMsg) {
+            EXPECT_EQ(status["errorMsg"], row.errorMsg);
+        }
+        if (row.subStatus) {
+            EXPECT_EQ(status["subStatusCode"], row.subStatus);
+        }
     }
     for (uint32_t number : {0x00000000u, 0x10000001u, 0x2000000Cu, 0x3000100Bu, 0x400010A3u,
                             0x4000117Au, 0x6000005Du, 0x6000101Du, 0x80000001u, 0xF0000001u}) {

@@ -138,7 +138,9 @@ TEST_F(RelayTest, CallbackAnswersByKindOfDeviceAnswer) {
         const std::string body = errorDocument(c.errorNumber);
         EXPECT_EQ(request.exchange().written(), body) << name;
         EXPECT_TRUE(log.contains(")] [rsp = " + body + "]rsponse data", 3)) << name;
-        if (c.failureLog != nullptr) EXPECT_TRUE(log.contains(c.failureLog, 5)) << name;
+        if (c.failureLog != nullptr) {
+            EXPECT_TRUE(log.contains(c.failureLog, 5)) << name;
+        }
     }
     // Only the given length is read.
     const std::string trailing = std::string(kRefused) + "garbage";
@@ -171,7 +173,9 @@ TEST_F(RelayTest, CallbackWithoutUsableDataSendsNothing) {
         context->attachment = new char[16];
         context->attachmentLength = 16;
         EXPECT_EQ(CDevCfgBase::deviceCfgCallBack(c.data, c.length, context), 0) << c.handle;
-        if (c.line != nullptr) EXPECT_TRUE(log.contains(c.line, 5)) << c.line;
+        if (c.line != nullptr) {
+            EXPECT_TRUE(log.contains(c.line, 5)) << c.line;
+        }
     }
 
     DeviceCfgContext* orphan = contextFor(request.handle(), nullptr);

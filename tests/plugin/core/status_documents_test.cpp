@@ -32,7 +32,7 @@ TEST(StatusDocuments, ErrorDocumentCarriesVersionAndTheRowsStatus) {
     EXPECT_EQ(lines[0].module, "QXW");
     const char* expected[] = {")] [error=805310475] unkown error code",
                               ")] [iErrorNo=805310475] unkown error code."};
-    for (int i = 0; i < 2; ++i) {
+    for (size_t i = 0; i < 2; ++i) {
         EXPECT_EQ(lines[i].level, 5);
         EXPECT_NE(lines[i].text.find(expected[i]), std::string::npos) << lines[i].text;
     }
