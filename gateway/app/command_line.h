@@ -1,6 +1,6 @@
 // The command line of korva-gateway:
 //   korva-gateway [--config FILE] [--listen HOST:PORT] [--admin-listen HOST:PORT]
-//                 [--plugin PATH] [--log-level N]
+//                 [--tls-listen HOST:PORT] [--plugin PATH] [--log-level N]
 // Flags override the configuration file.
 #pragma once
 
@@ -16,6 +16,7 @@ struct CommandLine {
     std::optional<std::string> config;
     std::optional<std::string> listen;
     std::optional<std::string> adminListen;
+    std::optional<std::string> tlsListen;
     std::optional<std::string> plugin;
     std::optional<std::string> logLevel;
     bool help = false;
