@@ -46,6 +46,8 @@ class StartupTest(unittest.TestCase):
              ["configuration error", "p.json", "latencyMs", "0..600000"]),
             (Gateway(args=["--log-level", "9"]), 2, ["--log-level"]),
             (Gateway(args=["--bogus"]), 2, ["unknown argument"]),
+            (Gateway(args=["--tls-listen", "127.0.0.1:99999"]), 2,
+             ["--tls-listen: port \"99999\" must be a number"]),
             (Gateway(args=["--admin-listen", "0.0.0.0:0"]), 2,
              ["--admin-listen: 0.0.0.0 is not a loopback address: set admin.token"]),
             (Gateway(args=["--plugin", "/nonexistent/lib.so"]), 1,
