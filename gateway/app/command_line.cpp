@@ -12,11 +12,12 @@ namespace {
 
 using Member = std::optional<std::string> CommandLine::*;
 
-constexpr std::array<std::pair<const char*, Member>, 6> kFlags = {{
+constexpr std::array<std::pair<const char*, Member>, 7> kFlags = {{
     {"--config", &CommandLine::config},
     {"--check-config", &CommandLine::checkConfig},
     {"--listen", &CommandLine::listen},
     {"--admin-listen", &CommandLine::adminListen},
+    {"--tls-listen", &CommandLine::tlsListen},
     {"--plugin", &CommandLine::plugin},
     {"--log-level", &CommandLine::logLevel},
 }};
@@ -32,9 +33,10 @@ std::string absolute(const std::string& path) {
 
 const char* usageText() {
     return "usage: korva-gateway [--config FILE] [--listen HOST:PORT] [--admin-listen HOST:PORT]\n"
-           "                     [--plugin PATH] [--log-level N]\n"
+           "                     [--tls-listen HOST:PORT] [--plugin PATH] [--log-level N]\n"
            "       korva-gateway --check-config FILE [flags]   (validate; never listens)\n"
            "       korva-gateway --version | --help\n"
+           "  --tls-listen HOST:PORT   serve KORVA over HTTPS too (tls.listen)\n"
            "  --log-level N   1 (most detail) to 5 (failures only); default 4\n";
 }
 
@@ -79,6 +81,13 @@ void applyFlags(const CommandLine& flags, GatewayConfig* config) {
     if (flags.adminListen &&
         !parseListenAddress(*flags.adminListen, &config->adminListen, &problem)) {
         throw ConfigError("--admin-listen: " + problem);
+    }
+    if (flags.tlsListen) {
+        ListenAddress tls;
+        if (!parseListenAddress(*flags.tlsListen, &tls, &problem)) {
+            throw ConfigError("--tls-listen: " + problem);
+        }
+        config->tls.listen = tls;
     }
     checkCombination(*config,
                      flags.adminListen ? "--admin-listen" : config->source + ": adminListen");

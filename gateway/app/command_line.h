@@ -1,6 +1,6 @@
 // The command line of korva-gateway:
 //   korva-gateway [--config FILE] [--listen HOST:PORT] [--admin-listen HOST:PORT]
-//                 [--plugin PATH] [--log-level N]
+//                 [--tls-listen HOST:PORT] [--plugin PATH] [--log-level N]
 //   korva-gateway --check-config FILE [flags]      (validate the file and its profiles, then exit)
 //   korva-gateway --version | --help
 // Flags override the configuration file.
@@ -18,6 +18,7 @@ struct CommandLine {
     std::optional<std::string> config;
     std::optional<std::string> listen;
     std::optional<std::string> adminListen;
+    std::optional<std::string> tlsListen;
     std::optional<std::string> plugin;
     std::optional<std::string> logLevel;
     std::optional<std::string> checkConfig;  // the file to validate

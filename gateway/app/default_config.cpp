@@ -6,6 +6,7 @@ namespace korva::gateway {
 namespace {
 
 // The configuration used without --config; "@PASSWORD@" is replaced by the start's password.
+// httpsEnabled and httpsPort are left out: they follow the HTTPS listener (--tls-listen).
 constexpr const char* kDefaultConfig = R"({
   "listen": "127.0.0.1:8080",
   "adminListen": "127.0.0.1:8081",
@@ -13,8 +14,8 @@ constexpr const char* kDefaultConfig = R"({
   "activated": true,
   "logLevel": 4,
   "auth": { "algorithm": "MD5", "maxAttempts": 5, "lockSeconds": 180, "nonceLifetimeSeconds": 300 },
-  "network": { "httpPort": 80, "httpsPort": 443, "rtspPort": 554, "httpsEnabled": true,
-               "portMapping": false, "extHttpPort": 8080, "extHttpsPort": 8443, "extRtspPort": 8554 },
+  "network": { "httpPort": 80, "rtspPort": 554, "portMapping": false,
+               "extHttpPort": 8080, "extHttpsPort": 8443, "extRtspPort": 8554 },
   "users": [ { "name": "admin", "password": "@PASSWORD@", "device": "cam-1" } ],
   "devices": [ { "devIndex": "cam-1", "attached": true } ]
 })";

@@ -5,9 +5,11 @@
 
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <thread>
 #include <vector>
 
+#include "gateway/app/tls_setup.h"
 #include "gateway/server/gateway_server.h"
 #include "gateway/server/plugin_loader.h"
 #include "gateway/sim/alarm_simulator.h"
@@ -25,7 +27,6 @@ void configureHost(const GatewayConfig& config) {
     korva::host::setLogLevel(config.logLevel);
     korva::host::setRelayLimits(config.relayLimits);
     korva::host::setUserConfig(config.activated, config.realm);
-    korva::host::setNetworkConfig(config.network);
     korva::host::setAccounts(config.users, config.auth);
 }
 
@@ -98,6 +99,8 @@ void raiseOpenFileLimit() {
 }
 
 int runGateway(const GatewayConfig& config, const std::string& credentialsNote) {
+    std::optional<TlsSetup> tls;
+    if (config.tls.listen) tls = prepareTls(config);  // a ConfigError stops the start here
     const std::string pluginPath =
         config.pluginPath.empty() ? executableDirectory() + "/" + kPluginFile : config.pluginPath;
     PluginLibrary plugin;
@@ -115,8 +118,18 @@ int runGateway(const GatewayConfig& config, const std::string& credentialsNote) 
         korva::host::shutdown();
         return 1;
     }
-    ListenAddress admin;
+    ListenAddress https;
     std::string problem;
+    if (tls) {
+        if (!server.bindTls(*config.tls.listen, tls->context, &error) ||
+            !parseListenAddress(server.tlsAddress(), &https, &problem)) {
+            std::cerr << "korva-gateway: " << error << problem << std::endl;
+            korva::host::shutdown();
+            return 1;
+        }
+    }
+    korva::host::setNetworkConfig(effectiveNetwork(config, tls ? https.port : 0));
+    ListenAddress admin;
     if (!parseListenAddress(server.adminAddress(), &admin, &problem)) admin = config.adminListen;
     server.adminHandler().setAccess(AdminAccess(admin.host, admin.port, config.adminToken));
     if (!AdminAccess::isLoopback(admin.host)) {
@@ -129,7 +142,10 @@ int runGateway(const GatewayConfig& config, const std::string& credentialsNote) 
     plugin.api().init();
     server.start();
     std::cout << "korva-gateway listening on http://" << server.korvaAddress()
-              << ", admin on http://" << server.adminAddress() << std::endl;
+              << ", admin on http://" << server.adminAddress();
+    if (tls) std::cout << ", https on https://" << server.tlsAddress();
+    std::cout << std::endl;
+    if (tls) std::cout << describeTls(*tls) << std::endl;
     if (!credentialsNote.empty()) {
         std::string note = credentialsNote;
         if (const auto at = note.find("@KORVA@"); at != std::string::npos) {

@@ -312,6 +312,24 @@ sim::DeviceProfile readProfile(const Reader& device, const std::string& baseDir)
     }
 }
 
+void readTls(const Reader& root, const std::string& baseDir, GatewayConfig* config) {
+    if (!baseDir.empty()) config->tls.generatedDirectory = baseDir;
+    if (!root.has("tls")) return;
+    const Reader reader = root.object("tls");
+    reader.allowOnly({"listen", "certificateFile", "privateKeyFile"});
+    if (reader.has("listen")) config->tls.listen = readListen(reader, "listen", {});
+    const std::string certificate = reader.text("certificateFile", "", true);
+    const std::string key = reader.text("privateKeyFile", "", true);
+    if (certificate.empty() != key.empty()) {
+        reader.fail(certificate.empty() ? "certificateFile" : "privateKeyFile",
+                    "must be given together with tls." +
+                        std::string(certificate.empty() ? "privateKeyFile" : "certificateFile") +
+                        " (leave both empty for a self-signed certificate)");
+    }
+    config->tls.certificateFile = resolvePath(baseDir, certificate);
+    config->tls.privateKeyFile = resolvePath(baseDir, key);
+}
+
 std::string readAdminToken(const Reader& root) {
     if (!root.has("admin")) return "";
     const Reader reader = root.object("admin");
@@ -419,7 +437,7 @@ GatewayConfig readConfig(const std::string& text, const std::string& source,
     config.source = source;
     const Reader reader(config.source, root, "");
     reader.allowOnly({"listen", "adminListen", "plugin", "realm", "activated", "logLevel", "auth",
-                      "network", "users", "devices", "limits", "admin"});
+                      "network", "users", "devices", "limits", "admin", "tls"});
     config.listen = readListen(reader, "listen", config.listen);
     config.adminListen = readListen(reader, "adminListen", config.adminListen);
     if (reader.has("plugin")) config.pluginPath = resolvePath(baseDir, reader.text("plugin", ""));
@@ -432,6 +450,11 @@ GatewayConfig readConfig(const std::string& text, const std::string& source,
     config.auth = readAuth(reader);
     config.adminToken = readAdminToken(reader);
     config.network = readNetwork(reader);
+    if (config.network && reader.has("network")) {
+        config.httpsEnabledGiven = reader.value("network").isMember("httpsEnabled");
+        config.httpsPortGiven = reader.value("network").isMember("httpsPort");
+    }
+    readTls(reader, baseDir, &config);
     readLimits(reader, &config);
     readDevices(reader, baseDir, &config);
     readUsers(reader, &config);
@@ -457,6 +480,19 @@ GatewayConfig loadConfigFile(const std::string& path) {
         throw ConfigError(path + ": (document): " + problem);
     }
     return parseConfig(text, path, directoryOf(path));
+}
+
+std::optional<QXConfigMgr::NetworkPorts> effectiveNetwork(const GatewayConfig& config,
+                                                          unsigned short tlsPort) {
+    auto network = config.network;
+    if (!network) return network;
+    if (!config.httpsEnabledGiven) network->httpsEnabled = tlsPort != 0;
+    if (!config.httpsPortGiven && tlsPort != 0) network->httpsPort = tlsPort;
+    return network;
+}
+
+std::string readSmallFile(const std::string& path, std::string* out) {
+    return readFile(path, out);
 }
 
 void checkCombination(const GatewayConfig& config, const std::string& source) {

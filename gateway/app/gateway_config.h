@@ -26,6 +26,17 @@ struct DeviceConfig {
     bool attached = true;
 };
 
+// The KORVA listener over TLS.
+struct TlsConfig {
+    std::optional<ListenAddress> listen;  // TLS is on when set
+    // PEM files (paths resolved); both "" for a self-signed certificate made at start and
+    // written to generatedDirectory (the configuration file's folder, or the working directory
+    // for the embedded default).
+    std::string certificateFile;
+    std::string privateKeyFile;
+    std::string generatedDirectory = ".";
+};
+
 struct GatewayConfig {
     std::string source;  // the file name, or "(embedded default)"
     ListenAddress listen{"127.0.0.1", 8080};
@@ -37,6 +48,10 @@ struct GatewayConfig {
     korva::host::AuthSettings auth;
     std::string adminToken;  // admin.token: "" for none; required off loopback
     std::optional<QXConfigMgr::NetworkPorts> network;
+    // network.httpsEnabled / network.httpsPort were given; otherwise they follow the TLS listener.
+    bool httpsEnabledGiven = false;
+    bool httpsPortGiven = false;
+    TlsConfig tls;
     std::vector<korva::host::Account> users;
     std::vector<DeviceConfig> devices;
     ServerLimits limits;
@@ -66,6 +81,15 @@ void checkCombination(const GatewayConfig& config, const std::string& source);
 
 // Parses "HOST:PORT" ("[v6]:PORT" for IPv6; "localhost" is 127.0.0.1); false when malformed.
 bool parseListenAddress(const std::string& text, ListenAddress* out, std::string* problem);
+
+// The network configuration the plug-in reads: `network`, where the file left httpsEnabled or
+// httpsPort out, following the TLS listener really bound to `tlsPort` (0: TLS is off).
+std::optional<QXConfigMgr::NetworkPorts> effectiveNetwork(const GatewayConfig& config,
+                                                          unsigned short tlsPort);
+
+// Reads a regular file of at most kMaxDocumentBytes without blocking (as configuration files
+// are read); "" on success, else the problem ("cannot open it: ...", "is not a regular file ...").
+std::string readSmallFile(const std::string& path, std::string* out);
 
 // The embedded default: one user bound to one built-in camera, with the given password.
 GatewayConfig defaultConfig(const std::string& password);

@@ -8,6 +8,8 @@
 #include <boost/beast/http/read.hpp>
 #include <string_view>
 
+#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/log_rate_limiter.h"
 #include "gateway/server/connection_registry.h"
 #include "gateway/server/metrics.h"
 #include "gateway/server/request_check.h"
@@ -34,6 +36,31 @@ std::string addressText(const net::ip::address& address) {
     return address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
 }
 
+using korva::host::detail::LogRateLimiter;
+
+// Failed handshakes are logged at level 3, at most as often as a repeated failure line.
+LogRateLimiter& handshakeLogLimiter() {
+    static LogRateLimiter* limiter =
+        new LogRateLimiter(korva::host::kLogCauseLinesPerSecond, std::chrono::seconds(1), 1);
+    return *limiter;
+}
+constexpr char kHandshakeCause = 0;  // the limiter's one cause
+
+std::string handshakeFailureText(const HandshakeResult& result) {
+    switch (result.outcome) {
+        case HandshakeOutcome::kTimedOut:
+            return "not completed in time";
+        case HandshakeOutcome::kPlaintext:
+            return "plain HTTP on the TLS port (answered 400)";
+        case HandshakeOutcome::kClosed:
+            return "the client left (" + result.detail + ")";
+        case HandshakeOutcome::kRefused:
+        case HandshakeOutcome::kDone:
+            break;
+    }
+    return result.detail;
+}
+
 std::string versionText(unsigned version) {
     return "HTTP/" + std::to_string(version / 10) + "." + std::to_string(version % 10);
 }
@@ -47,19 +74,20 @@ void markIoThread() {
     tlsIoThread = true;
 }
 
-Connection::Connection(tcp::socket socket, RequestHandler& handler, const ServerLimits& limits,
-                       ConnectionRegistry& registry, Metrics* metrics, const char* logTag)
-    : m_stream(std::move(socket)),
+Connection::Connection(std::unique_ptr<Transport> transport, RequestHandler& handler,
+                       const ServerLimits& limits, ConnectionRegistry& registry, Metrics* metrics,
+                       const char* logTag)
+    : m_transport(std::move(transport)),
       m_handler(handler),
       m_limits(limits),
       m_registry(registry),
       m_metrics(metrics),
       m_logTag(logTag),
       m_id(registry.nextId()),
-      m_requestTimer(m_stream.get_executor()),
-      m_answerTimer(m_stream.get_executor()) {
+      m_requestTimer(executor()),
+      m_answerTimer(executor()) {
     error_code ec;
-    const auto endpoint = m_stream.socket().remote_endpoint(ec);
+    const auto endpoint = tcp().socket().remote_endpoint(ec);
     if (!ec) {
         m_clientAddress = addressText(endpoint.address());
         m_peer = m_clientAddress + ":" + std::to_string(endpoint.port());
@@ -72,7 +100,37 @@ Connection::~Connection() {
 }
 
 void Connection::start() {
-    net::dispatch(m_stream.get_executor(), [self = shared_from_this()] { self->readRequest(); });
+    net::dispatch(executor(), [self = shared_from_this()] { self->openSession(); });
+}
+
+void Connection::openSession() {
+    if (closed()) return;
+    if (!m_transport->secure()) return readRequest();
+    // The handshake gets the time a request gets; a client that never completes it costs a
+    // registry slot for that long and nothing else.
+    setPhase(Phase::kHandshaking);
+    tcp().expires_after(m_limits.idleTimeout);
+    m_transport->handshake(
+        [self = shared_from_this()](const HandshakeResult& result) { self->onHandshake(result); });
+}
+
+void Connection::onHandshake(const HandshakeResult& result) {
+    if (m_metrics) m_metrics->countHandshake(result.outcome, result.resumed);
+    if (result.outcome == HandshakeOutcome::kDone) return readRequest();
+    const auto verdict =
+        handshakeLogLimiter().admit(&kHandshakeCause, LogRateLimiter::Clock::now());
+    if (!closed() && verdict.pass) {
+        const std::string text = handshakeFailureText(result);
+        if (verdict.suppressedBefore == 0) {
+            QX_Log_Print(3, m_logTag, "TLS handshake with %s failed: %s", m_peer.c_str(),
+                         text.c_str());
+        } else {
+            QX_Log_Print(3, m_logTag, "TLS handshake with %s failed: %s (%llu more not logged)",
+                         m_peer.c_str(), text.c_str(),
+                         static_cast<unsigned long long>(verdict.suppressedBefore));
+        }
+    }
+    closeNow();
 }
 
 void Connection::readRequest() {
@@ -93,20 +151,20 @@ void Connection::readRequest() {
 void Connection::readFirstBytes() {
     // Nothing of a request yet: when the stream's timeout ends this read, the connection was
     // idle and just closes.
-    m_stream.expires_at(m_readDeadline);
-    m_stream.async_read_some(m_buffer.prepare(kReadChunk),
-                             [self = shared_from_this()](error_code ec, std::size_t n) {
-                                 self->m_buffer.commit(n);
-                                 if (ec || self->closed()) return self->closeNow();
-                                 self->readHead();
-                             });
+    tcp().expires_at(m_readDeadline);
+    m_transport->readSome(m_buffer.prepare(kReadChunk),
+                          [self = shared_from_this()](error_code ec, std::size_t n) {
+                              self->m_buffer.commit(n);
+                              if (ec || self->closed()) return self->closeNow();
+                              self->readHead();
+                          });
 }
 
 void Connection::readHead() {
     armRequestDeadline();
-    m_stream.expires_at(m_readDeadline + kDeadlineGrace);
-    http::async_read_header(
-        m_stream, m_buffer, *m_parser,
+    tcp().expires_at(m_readDeadline + kDeadlineGrace);
+    m_transport->readHeader(
+        m_buffer, *m_parser,
         [self = shared_from_this()](error_code ec, std::size_t) { self->onHeader(ec); });
 }
 
@@ -120,7 +178,7 @@ void Connection::armRequestDeadline() {
             if (ec || generation != self->m_readGeneration || self->closed()) return;
             self->m_readTimedOut = true;
             error_code ignored;
-            self->m_stream.socket().cancel(ignored);
+            self->tcp().socket().cancel(ignored);
         });
 }
 
@@ -143,11 +201,11 @@ void Connection::onHeader(error_code ec) {
     if (!m_parser->is_done() && head.version() >= 11 &&
         boost::beast::iequals(expect, "100-continue")) {
         static constexpr char kContinue[] = "HTTP/1.1 100 Continue\r\n\r\n";
-        net::async_write(m_stream, net::buffer(kContinue, sizeof kContinue - 1),
-                         [self = shared_from_this()](error_code writeEc, std::size_t) {
-                             if (writeEc) return self->closeNow();
-                             self->readBody();
-                         });
+        m_transport->writeAll(net::buffer(kContinue, sizeof kContinue - 1),
+                              [self = shared_from_this()](error_code writeEc, std::size_t) {
+                                  if (writeEc) return self->closeNow();
+                                  self->readBody();
+                              });
         return;
     }
     readBody();
@@ -155,8 +213,9 @@ void Connection::onHeader(error_code ec) {
 
 void Connection::readBody() {
     if (closed()) return;
-    http::async_read(m_stream, m_buffer, *m_parser,
-                     [self = shared_from_this()](error_code ec, std::size_t) { self->onRead(ec); });
+    m_transport->readMessage(
+        m_buffer, *m_parser,
+        [self = shared_from_this()](error_code ec, std::size_t) { self->onRead(ec); });
 }
 
 void Connection::onRead(error_code ec) {
@@ -265,8 +324,8 @@ void Connection::awaitAnswer() {
 
 void Connection::deliverAnswer(std::uint64_t serial, int status, HeaderList headers,
                                std::string body) {
-    net::post(m_stream.get_executor(), [self = shared_from_this(), serial, status,
-                                        headers = std::move(headers), body = std::move(body)] {
+    net::post(executor(), [self = shared_from_this(), serial, status, headers = std::move(headers),
+                           body = std::move(body)] {
         if (self->m_requestSerial != serial || self->m_answered || self->m_streaming) return;
         if (self->m_metrics) {
             self->m_metrics->observeRelayLatency(std::chrono::steady_clock::now() -
@@ -281,7 +340,7 @@ bool Connection::beginStream(std::uint64_t serial, int status, HeaderList header
     if (closed() || serial <= m_streamSerial) return false;
     m_streamSerial = serial;
     // Posted under m_streamMutex: every part of this request is posted after it.
-    net::post(m_stream.get_executor(),
+    net::post(executor(),
               [self = shared_from_this(), serial, status, headers = std::move(headers)] {
                   if (self->closed() || self->m_requestSerial != serial || self->m_answered) {
                       // The request was answered meanwhile (or the connection closed): no stream.
@@ -312,13 +371,13 @@ bool Connection::queueStreamPart(std::uint64_t serial, std::string bytes) {
         // The reader keeps up with less than the stream carries: end the stream (the platform
         // reconnects) instead of growing or dropping parts of a stream that stays open.
         m_streamSerial = kStreamEnded;
-        net::post(m_stream.get_executor(), [self = shared_from_this()] { self->closeNow(); });
+        net::post(executor(), [self = shared_from_this()] { self->closeNow(); });
         return false;
     }
     m_queuedStreamBytes.fetch_add(size, std::memory_order_acq_rel);
     auto job =
         std::make_shared<WriteJob>(std::move(bytes), WriteJob::After::kNothing, true, serial);
-    net::post(m_stream.get_executor(), [self = shared_from_this(), job] { self->enqueue(job); });
+    net::post(executor(), [self = shared_from_this(), job] { self->enqueue(job); });
     return true;
 }
 
@@ -327,7 +386,7 @@ void Connection::endStream(std::uint64_t serial) {
     if (serial == 0 || m_streamSerial != serial) return;
     m_streamSerial = kStreamEnded;
     // After the parts accepted so far: they were posted before this, under the same lock.
-    net::post(m_stream.get_executor(), [self = shared_from_this(), serial] {
+    net::post(executor(), [self = shared_from_this(), serial] {
         if (!self->m_streaming || self->m_requestSerial != serial) return;
         self->enqueue(
             std::make_shared<WriteJob>(std::string(), WriteJob::After::kEndStream, false));
@@ -335,7 +394,7 @@ void Connection::endStream(std::uint64_t serial) {
 }
 
 void Connection::close() {
-    net::post(m_stream.get_executor(), [self = shared_from_this()] { self->closeNow(); });
+    net::post(executor(), [self = shared_from_this()] { self->closeNow(); });
 }
 
 void Connection::enqueue(std::shared_ptr<WriteJob> job) {
@@ -360,9 +419,9 @@ void Connection::writeNext() {
             continue;
         }
         m_writing = true;
-        m_stream.expires_after(m_limits.writeTimeout);  // no progress for that long: closed
+        tcp().expires_after(m_limits.writeTimeout);  // no progress for that long: closed
         const auto& bytes = job->bytes();
-        m_stream.async_write_some(
+        m_transport->writeSome(
             net::buffer(bytes.data() + job->written(), bytes.size() - job->written()),
             [self = shared_from_this(), job](error_code ec, std::size_t n) {
                 self->onWritten(job, ec, n);
@@ -384,8 +443,8 @@ void Connection::onWritten(const std::shared_ptr<WriteJob>& job, error_code ec, 
     const auto& bytes = job->bytes();
     if (job->written() < bytes.size()) {
         // Progress restarts the stall timeout; the rest follows.
-        m_stream.expires_after(m_limits.writeTimeout);
-        m_stream.async_write_some(
+        tcp().expires_after(m_limits.writeTimeout);
+        m_transport->writeSome(
             net::buffer(bytes.data() + job->written(), bytes.size() - job->written()),
             [self = shared_from_this(), job](error_code nextEc, std::size_t next) {
                 self->onWritten(job, nextEc, next);
@@ -432,25 +491,31 @@ void Connection::nextRequest() {
 }
 
 void Connection::lingerClose() {
-    // Half-close, then discard what the peer still sends for a moment, so that the answer is
+    // End sending, then discard what the peer still sends for a moment, so that the answer is
     // not destroyed by a reset when unread request bytes remain (oversized heads and bodies).
     if (closed()) return;
     endRequest();
     m_lingering = true;
     m_readDeadline = std::chrono::steady_clock::now() + kLinger;
-    error_code ignored;
-    m_stream.socket().shutdown(tcp::socket::shutdown_send, ignored);
     if (m_watching) return stopWatch(AfterWatch::kLinger);
-    drainPeer();
+    lingerSend();
+}
+
+void Connection::lingerSend() {
+    // The end of sending first (TLS: close_notify), under the linger deadline.
+    tcp().expires_at(m_readDeadline);
+    m_transport->shutdownSend([self = shared_from_this()] {
+        if (!self->closed()) self->drainPeer();
+    });
 }
 
 void Connection::drainPeer() {
-    m_stream.expires_at(m_readDeadline);
-    m_stream.async_read_some(m_buffer.prepare(kReadChunk),
-                             [self = shared_from_this()](error_code ec, std::size_t) {
-                                 if (ec) return self->closeNow();  // peer done, or timeout
-                                 self->drainPeer();
-                             });
+    tcp().expires_at(m_readDeadline);
+    m_transport->readSome(m_buffer.prepare(kReadChunk),
+                          [self = shared_from_this()](error_code ec, std::size_t) {
+                              if (ec) return self->closeNow();  // peer done, or timeout
+                              self->drainPeer();
+                          });
 }
 
 void Connection::endRequest() {
@@ -469,8 +534,8 @@ void Connection::watchPeer() {
     if (!m_streaming && m_buffer.size() >= m_limits.maxHeaderBytes) return;
     m_watching = true;
     m_afterWatch = AfterWatch::kNothing;
-    m_stream.expires_never();  // a pending write keeps its own expiry
-    m_stream.async_read_some(
+    tcp().expires_never();  // a pending write keeps its own expiry
+    m_transport->readSome(
         m_buffer.prepare(kReadChunk),
         [self = shared_from_this()](error_code ec, std::size_t n) { self->onWatch(ec, n); });
 }
@@ -483,7 +548,7 @@ void Connection::onWatch(error_code ec, std::size_t n) {
     m_afterWatch = AfterWatch::kNothing;
     const bool stopped = !ec || ec == net::error::operation_aborted;
     if (then == AfterWatch::kReadRequest && stopped) return readRequest();
-    if (then == AfterWatch::kLinger && stopped) return drainPeer();
+    if (then == AfterWatch::kLinger && stopped) return lingerSend();
     if (ec) return closeNow();
     watchPeer();
 }
@@ -493,7 +558,7 @@ void Connection::stopWatch(AfterWatch then) {
     // onWatch then goes on as `then` says.
     m_afterWatch = then;
     error_code ignored;
-    m_stream.socket().cancel(ignored);
+    tcp().socket().cancel(ignored);
 }
 
 void Connection::noteAccess(const HttpRequest::header_type& head) {
@@ -524,8 +589,8 @@ void Connection::closeNow() {
     m_requestTimer.cancel();
     m_answerTimer.cancel();
     error_code ignored;
-    m_stream.socket().shutdown(tcp::socket::shutdown_both, ignored);
-    m_stream.close();
+    tcp().socket().shutdown(tcp::socket::shutdown_both, ignored);
+    tcp().close();
     for (auto& job : m_queue) {
         if (job->streamPart()) m_queuedStreamBytes.fetch_sub(job->bytes().size());
         job->finish(WriteJob::State::kFailed);

@@ -1,7 +1,11 @@
 // One accepted HTTP connection: reads one request at a time, hands it to the listener's
 // RequestHandler, and writes answers, stream heads and stream parts from a single write queue.
 //
-// Timeouts are those of the beast::tcp_stream: every read and write runs under the stream's
+// Bytes move through a Transport (plain TCP or TLS): the connection opens its session first (the
+// TLS handshake, within idleTimeout; a failure is counted and closes the connection), then runs
+// the request loop below the same way on both.
+//
+// Timeouts are those of the transport's tcp_stream: every read and write runs under the stream's
 // expiry, and a timeout that fires after its operation completed is stale and ignored, so a
 // finished timer can never close a healthy connection. The one other timer (the request
 // deadline that answers 408) only cancels the read it was armed for, never closes.
@@ -24,7 +28,6 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <chrono>
@@ -39,6 +42,7 @@
 #include "gateway/server/access_log.h"
 #include "gateway/server/http_wire.h"
 #include "gateway/server/server_limits.h"
+#include "gateway/server/transport.h"
 #include "gateway/server/write_job.h"
 
 namespace korva::gateway {
@@ -66,11 +70,20 @@ void markIoThread();
 
 class Connection : public std::enable_shared_from_this<Connection> {
   public:
-    enum class Phase { kReading, kProcessing, kAwaitingAnswer, kWriting, kStreaming, kClosed };
+    enum class Phase {
+        kHandshaking,
+        kReading,
+        kProcessing,
+        kAwaitingAnswer,
+        kWriting,
+        kStreaming,
+        kClosed
+    };
 
     // `logTag` names the listener in log lines (a string literal).
-    Connection(tcp::socket socket, RequestHandler& handler, const ServerLimits& limits,
-               ConnectionRegistry& registry, Metrics* metrics, const char* logTag = "HTTP");
+    Connection(std::unique_ptr<Transport> transport, RequestHandler& handler,
+               const ServerLimits& limits, ConnectionRegistry& registry, Metrics* metrics,
+               const char* logTag = "HTTP");
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -131,6 +144,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // What the watch read does once it completes after it was cancelled on purpose.
     enum class AfterWatch { kNothing, kReadRequest, kLinger };
 
+    void openSession();
+    void onHandshake(const HandshakeResult& result);
     void readRequest();
     void readFirstBytes();
     void readHead();
@@ -152,14 +167,18 @@ class Connection : public std::enable_shared_from_this<Connection> {
     void onWatch(boost::beast::error_code ec, std::size_t n);
     void stopWatch(AfterWatch then);
     void lingerClose();
+    void lingerSend();
     void drainPeer();
     void closeNow();
     void noteAccess(const HttpRequest::header_type& head);
     void logAccess(int status, std::size_t bytes);
     void setPhase(Phase phase) { m_phase.store(phase, std::memory_order_release); }
 
-    // Its executor is the connection's strand: every handler of this connection runs there.
-    boost::beast::tcp_stream m_stream;
+    boost::beast::tcp_stream& tcp() { return m_transport->tcp(); }
+    // The connection's strand: every handler of this connection runs there.
+    boost::beast::tcp_stream::executor_type executor() { return tcp().get_executor(); }
+
+    const std::unique_ptr<Transport> m_transport;
     RequestHandler& m_handler;
     const ServerLimits& m_limits;
     ConnectionRegistry& m_registry;
@@ -171,7 +190,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     // Request bytes received and not yet parsed (pipelined requests included).
     boost::beast::flat_buffer m_buffer;
-    std::optional<boost::beast::http::request_parser<boost::beast::http::string_body>> m_parser;
+    std::optional<RequestParser> m_parser;
     // The whole request (first byte awaited to last body byte) must arrive before this.
     std::chrono::steady_clock::time_point m_readDeadline;
     // Cancels the request read at m_readDeadline once part of a request has arrived (408).

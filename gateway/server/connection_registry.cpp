@@ -8,6 +8,8 @@ namespace {
 
 const char* phaseName(Connection::Phase phase) {
     switch (phase) {
+        case Connection::Phase::kHandshaking:
+            return "handshake";
         case Connection::Phase::kReading:
             return "reading";
         case Connection::Phase::kProcessing:

@@ -54,6 +54,7 @@ GatewayServer::~GatewayServer() {
     closeConnections();
     m_korvaListener.reset();
     m_adminListener.reset();
+    m_tlsListener.reset();
     m_io.reset();  // frees pending handlers (and the connections they hold) first
 }
 
@@ -73,8 +74,24 @@ bool GatewayServer::bind(const ListenAddress& korva, const ListenAddress& admin,
     return true;
 }
 
+bool GatewayServer::bindTls(const ListenAddress& address,
+                            std::shared_ptr<net::ssl::context> context, std::string* error) {
+    m_tlsContext = std::move(context);
+    m_tlsListener = std::make_shared<Listener>(*m_io, m_pluginHandler, m_limits, m_korvaConnections,
+                                               &m_metrics, "HTTPS", m_tlsContext.get());
+    std::string reason;
+    if (!m_tlsListener->bind(address.host, address.port, &reason)) {
+        *error = "cannot listen on " + address.host + ":" + std::to_string(address.port) +
+                 " (https): " + reason;
+        m_tlsListener.reset();
+        return false;
+    }
+    return true;
+}
+
 void GatewayServer::start() {
     m_work.emplace(m_io->get_executor());
+    if (m_tlsListener) m_tlsListener->start();
     m_korvaListener->start();
     m_adminListener->start();
     for (int i = 0; i < m_ioThreadCount; ++i) {
@@ -101,6 +118,7 @@ void GatewayServer::runIoThread() {
 void GatewayServer::stopAccepting() {
     m_korvaListener->stop();
     m_adminListener->stop();
+    if (m_tlsListener) m_tlsListener->stop();
     m_korvaConnections.setDraining();
     m_adminConnections.setDraining();
     m_pluginHandler.stop();
@@ -110,6 +128,7 @@ void GatewayServer::closeConnections() {
     if (m_threads.empty()) return;
     m_korvaListener->stop();
     m_adminListener->stop();
+    if (m_tlsListener) m_tlsListener->stop();
     m_korvaConnections.closeAll();
     m_adminConnections.closeAll();
     // Closing is posted to each connection's strand; give the threads a moment to run it, then

@@ -1,5 +1,6 @@
 // The gateway's HTTP side: one I/O thread pool, the KORVA listener (requests go to the
-// protocol plug-in) and the admin listener.
+// protocol plug-in), optionally the KORVA listener over TLS (the same handler, limits and
+// connection registry: caps count both together), and the admin listener.
 //
 // Descriptors: the KORVA listener's maxConnections is lowered to fit RLIMIT_NOFILE, keeping
 // kReservedDescriptors for the process and the admin listener's own budget (kAdminConnections),
@@ -48,6 +49,11 @@ class GatewayServer {
     bool bind(const ListenAddress& korva, const ListenAddress& admin, std::string* error);
     std::string korvaAddress() const { return m_korvaListener->boundAddress(); }
     std::string adminAddress() const { return m_adminListener->boundAddress(); }
+    // Binds the KORVA listener over TLS with `context` (before start()); false with a message.
+    bool bindTls(const ListenAddress& address, std::shared_ptr<net::ssl::context> context,
+                 std::string* error);
+    // "" when TLS is off.
+    std::string tlsAddress() const { return m_tlsListener ? m_tlsListener->boundAddress() : ""; }
 
     void start();
     // Stops accepting and refuses new calls into the plug-in; returns once no call is under way.
@@ -70,11 +76,13 @@ class GatewayServer {
     ConnectionRegistry m_adminConnections;
     PluginHandler m_pluginHandler;
     AdminHandler m_adminHandler;
-    // Destroyed before the registries and handlers that its pending handlers refer to.
+    std::shared_ptr<net::ssl::context> m_tlsContext;
+    // Destroyed before the registries, handlers and TLS context its pending handlers refer to.
     std::optional<net::io_context> m_io;
     std::optional<net::executor_work_guard<net::io_context::executor_type>> m_work;
     std::shared_ptr<Listener> m_korvaListener;
     std::shared_ptr<Listener> m_adminListener;
+    std::shared_ptr<Listener> m_tlsListener;  // null when TLS is off
     std::vector<std::thread> m_threads;
 };
 

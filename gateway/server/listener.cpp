@@ -10,7 +10,8 @@ namespace korva::gateway {
 using boost::beast::error_code;
 
 Listener::Listener(net::io_context& io, RequestHandler& handler, const ServerLimits& limits,
-                   ConnectionRegistry& registry, Metrics* metrics, const char* logTag)
+                   ConnectionRegistry& registry, Metrics* metrics, const char* logTag,
+                   net::ssl::context* tls)
     : m_io(io),
       m_strand(net::make_strand(io)),
       m_acceptor(m_strand),
@@ -19,7 +20,8 @@ Listener::Listener(net::io_context& io, RequestHandler& handler, const ServerLim
       m_limits(limits),
       m_registry(registry),
       m_metrics(metrics),
-      m_logTag(logTag) {}
+      m_logTag(logTag),
+      m_tls(tls) {}
 
 bool Listener::bind(const std::string& host, unsigned short port, std::string* error) {
     error_code ec;
@@ -79,7 +81,9 @@ void Listener::onAccept(error_code ec, tcp::socket socket) {
     if (!m_registry.draining()) {
         error_code ignored;
         socket.set_option(tcp::no_delay(true), ignored);
-        auto connection = std::make_shared<Connection>(std::move(socket), m_handler, m_limits,
+        auto transport = m_tls ? makeTlsTransport(std::move(socket), *m_tls)
+                               : makePlainTransport(std::move(socket));
+        auto connection = std::make_shared<Connection>(std::move(transport), m_handler, m_limits,
                                                        m_registry, m_metrics, m_logTag);
         const auto admission =
             m_registry.admit(connection, m_limits.maxConnections, m_limits.maxConnectionsPerClient);

@@ -1,4 +1,5 @@
-// Accepts connections on one address and starts a Connection for each, on its own strand.
+// Accepts connections on one address and starts a Connection for each, on its own strand, over
+// plain TCP or, given a TLS context, over TLS.
 // A connection beyond the listener's maxConnections or its client's maxConnectionsPerClient is
 // closed at once, before any byte is read: a refusal costs no descriptor beyond the accept and
 // no time, so a flood cannot make the gateway hold anything for refused connections. An accept
@@ -9,6 +10,7 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ssl/context.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
 #include <memory>
@@ -21,9 +23,11 @@ namespace korva::gateway {
 
 class Listener : public std::enable_shared_from_this<Listener> {
   public:
-    // `logTag` names the listener in log lines (a string literal).
+    // `logTag` names the listener in log lines (a string literal). With `tls`, every connection
+    // speaks TLS with that context (which must outlive the listener's connections).
     Listener(net::io_context& io, RequestHandler& handler, const ServerLimits& limits,
-             ConnectionRegistry& registry, Metrics* metrics, const char* logTag);
+             ConnectionRegistry& registry, Metrics* metrics, const char* logTag,
+             net::ssl::context* tls = nullptr);
 
     // Opens, binds and listens. Port 0 picks a free port. False with a message on failure.
     bool bind(const std::string& host, unsigned short port, std::string* error);
@@ -48,6 +52,7 @@ class Listener : public std::enable_shared_from_this<Listener> {
     ConnectionRegistry& m_registry;
     Metrics* m_metrics;
     const char* const m_logTag;
+    net::ssl::context* const m_tls;
     std::string m_boundAddress;
     std::chrono::milliseconds m_backoffDelay{0};  // 0 while accepting works
 };

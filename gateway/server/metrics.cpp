@@ -34,6 +34,32 @@ void Metrics::countStreamPart(bool heartbeat) {
     (heartbeat ? m_heartbeatsDelivered : m_alarmsDelivered).fetch_add(1, kRelaxed);
 }
 
+void Metrics::countHandshake(HandshakeOutcome outcome, bool resumed) {
+    m_handshakes[static_cast<std::size_t>(outcome)].fetch_add(1, kRelaxed);
+    if (resumed) m_handshakesResumed.fetch_add(1, kRelaxed);
+}
+
+void Metrics::renderHandshakes(std::ostringstream& out) const {
+    const std::uint64_t done = handshakes(HandshakeOutcome::kDone);
+    const std::uint64_t resumed = m_handshakesResumed.load(kRelaxed);
+    out << "# HELP korva_tls_sessions_total TLS sessions opened on the HTTPS listener, new or "
+           "resumed.\n"
+           "# TYPE korva_tls_sessions_total counter\n"
+        << "korva_tls_sessions_total{session=\"new\"} " << done - resumed << "\n"
+        << "korva_tls_sessions_total{session=\"resumed\"} " << resumed << "\n";
+    out << "# HELP korva_tls_handshake_failures_total TLS handshakes that failed, by reason.\n"
+           "# TYPE korva_tls_handshake_failures_total counter\n";
+    const std::pair<const char*, HandshakeOutcome> reasons[] = {
+        {"timeout", HandshakeOutcome::kTimedOut},
+        {"plaintext", HandshakeOutcome::kPlaintext},
+        {"closed", HandshakeOutcome::kClosed},
+        {"refused", HandshakeOutcome::kRefused}};
+    for (const auto& [reason, outcome] : reasons) {
+        out << "korva_tls_handshake_failures_total{reason=\"" << reason << "\"} "
+            << handshakes(outcome) << "\n";
+    }
+}
+
 // The device configuration bus and the log keep their own counts in the host library.
 void Metrics::renderHostCounters(std::ostringstream& out) {
     const korva::host::RelayStats relays = korva::host::relayStats();
@@ -107,6 +133,7 @@ std::string Metrics::render(std::size_t openConnections) const {
     out << "# HELP korva_alarms_refused_total Alarms refused because the alarm bus was full.\n"
            "# TYPE korva_alarms_refused_total counter\n"
         << "korva_alarms_refused_total " << m_alarmsRefused.load(kRelaxed) << "\n";
+    renderHandshakes(out);
     renderHostCounters(out);
     return out.str();
 }

@@ -9,6 +9,8 @@
 #include <iosfwd>
 #include <string>
 
+#include "gateway/server/handshake_outcome.h"
+
 namespace korva::gateway {
 
 class Metrics {
@@ -26,6 +28,11 @@ class Metrics {
     void countRefusedConnection(bool perClient) {
         (perClient ? m_refusedPerClient : m_refusedListenerFull)
             .fetch_add(1, std::memory_order_relaxed);
+    }
+    // One TLS session opened (resumed: from an earlier one) or failed, by outcome.
+    void countHandshake(HandshakeOutcome outcome, bool resumed);
+    std::uint64_t handshakes(HandshakeOutcome outcome) const {
+        return m_handshakes[static_cast<std::size_t>(outcome)].load(std::memory_order_relaxed);
     }
     void countAlarmPublished() { m_alarmsPublished.fetch_add(1, std::memory_order_relaxed); }
     // One alarm the alarm bus could not take (its queue was full); its source was told so.
@@ -45,6 +52,7 @@ class Metrics {
 
   private:
     static void renderHostCounters(std::ostringstream& out);
+    void renderHandshakes(std::ostringstream& out) const;
 
     std::array<std::atomic<std::uint64_t>, 600> m_answersByStatus{};
     std::array<std::atomic<std::uint64_t>, kLatencyBounds.size() + 1> m_latencyBuckets{};
@@ -57,6 +65,8 @@ class Metrics {
     std::atomic<std::uint64_t> m_refusedPerClient{0};
     std::atomic<std::uint64_t> m_refusedListenerFull{0};
     std::atomic<std::uint64_t> m_alarmsRefused{0};
+    std::array<std::atomic<std::uint64_t>, 5> m_handshakes{};  // by HandshakeOutcome
+    std::atomic<std::uint64_t> m_handshakesResumed{0};
 };
 
 }  // namespace korva::gateway

@@ -23,7 +23,8 @@ PLUGIN = os.environ.get("KORVA_PLUGIN", "")
 USER, PASSWORD = "admin", "Admin12345"
 DEVICE_INFO = "/KORVA/System/deviceInfo"
 LISTENING = re.compile(
-    r"^korva-gateway listening on http://(\S+):(\d+), admin on http://(\S+):(\d+)$")
+    r"^korva-gateway listening on http://(\S+):(\d+), admin on http://(\S+):(\d+)"
+    r"(?:, https on https://(\S+):(\d+))?$")
 SANITIZER_REPORT = re.compile(
     r"ERROR: (AddressSanitizer|LeakSanitizer)|runtime error:|WARNING: ThreadSanitizer")
 
@@ -100,6 +101,7 @@ class Gateway:
         self.base, self.admin_base = "http://%s:%s" % match.group(1, 2), \
             "http://%s:%s" % match.group(3, 4)
         self.port = int(match.group(2))
+        self.tls_port = int(match.group(6)) if match.group(6) else None
         return self
 
     def stop(self, timeout=60):
@@ -243,10 +245,10 @@ def raw_request(method, path, headers=None, body=b""):
     return ("\r\n".join(lines) + "\r\n\r\n").encode() + body
 
 
-def authorized_request(gateway, method, path, user=USER, password=PASSWORD):
-    """A raw socket on which an authenticated request was sent after one 401 round; the final
-    answer is left unread."""
-    sock = raw_connect(gateway)
+def authorized_request(gateway, method, path, user=USER, password=PASSWORD, connect=raw_connect):
+    """A raw socket (from connect(gateway)) on which an authenticated request was sent after one
+    401 round; the final answer is left unread."""
+    sock = connect(gateway)
     sock.sendall(raw_request(method, path))
     status, headers, _ = read_answer(sock)
     assert status == 401, status
@@ -264,8 +266,8 @@ class AlertStream:
         rb'--boundary\r\nContent-Type: application/xml; charset="UTF-8"\r\n'
         rb'Content-Length: (0|[1-9][0-9]*)\r\n\r\n')
 
-    def __init__(self, gateway, user=USER, password=PASSWORD):
-        self.sock = authorized_request(gateway, "GET", self.PATH, user, password)
+    def __init__(self, gateway, user=USER, password=PASSWORD, connect=raw_connect):
+        self.sock = authorized_request(gateway, "GET", self.PATH, user, password, connect)
         self.status, self.headers, self.buffer = read_head(self.sock)
 
     def _fill(self, n):

@@ -47,6 +47,8 @@ class StartupTest(unittest.TestCase):
             (Gateway(profiled, {"p": {"latencyMs": -5}}), 2,
              ["configuration error", "p.json", "latencyMs", "0..600000"]),
             (Gateway(args=["--log-level", "9"]), 2, ["--log-level"]),
+            (Gateway(args=["--tls-listen", "127.0.0.1:99999"]), 2,
+             ["--tls-listen: port \"99999\" must be a number"]),
             (Gateway(args=["--plugin", "/nonexistent/lib.so"]), 1,
              ["cannot load the protocol plug-in /nonexistent/lib.so"]),
             (Gateway(args=["--admin-listen", busy_address]), 1,

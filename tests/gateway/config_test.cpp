@@ -51,6 +51,30 @@ TEST(GatewayConfig, NullNetworkMeansNone) {
     EXPECT_TRUE(parseConfig("{}", "f", "").network.has_value());
 }
 
+// httpsEnabled and httpsPort follow the TLS listener unless the file gives them.
+TEST(GatewayConfig, HttpsMembersFollowTheTlsListenerUnlessGiven) {
+    const struct {
+        const char* network;
+        unsigned short tlsPort;
+        bool enabled;
+        int port;
+    } cases[] = {
+        {"{}", 0, false, 443},
+        {"{}", 8443, true, 8443},
+        {R"({"httpsEnabled": true})", 0, true, 443},
+        {R"({"httpsPort": 9443})", 8443, true, 9443},
+        {R"({"httpsEnabled": false, "httpsPort": 1})", 8443, false, 1},
+    };
+    for (const auto& c : cases) {
+        const auto config = parseConfig(std::string(R"({"network": )") + c.network + "}", "f", "");
+        const auto network = effectiveNetwork(config, c.tlsPort);
+        ASSERT_TRUE(network.has_value());
+        EXPECT_EQ(network->httpsEnabled, c.enabled) << c.network << " " << c.tlsPort;
+        EXPECT_EQ(network->httpsPort, c.port) << c.network << " " << c.tlsPort;
+    }
+    EXPECT_FALSE(effectiveNetwork(parseConfig(R"({"network": null})", "f", ""), 8443));
+}
+
 std::string nested(int depth) {
     return R"({"x": )" + std::string(static_cast<std::size_t>(depth - 1), '[') + "1" +
            std::string(static_cast<std::size_t>(depth - 1), ']') + "}";
@@ -101,6 +125,9 @@ TEST(GatewayConfig, ErrorsNameFileFieldAndProblem) {
          "f.json: users[1].name: duplicate user \"u\""},
         {R"({"users": [{"name": "u", "password": "", "device": "a"}]})",
          "f.json: users[0].password: must not be empty"},
+        {R"({"tls": {"listen": ""}})", "f.json: tls.listen: must not be empty"},
+        {R"({"tls": {"certificateFile": "c.pem"}})",
+         "f.json: tls.privateKeyFile: must be given together with tls.certificateFile"},
         {R"({"port": 1})", "f.json: port: unknown member"},
         {R"({"": 1})", "f.json: \"\": unknown member"},
     };
