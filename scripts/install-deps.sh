@@ -11,7 +11,11 @@ PACKAGES=(
   nginx python3-matplotlib  # bench/: the reference server of http_vs_nginx.py, soak.py's plot
   clang libclang-rt-14-dev  # fuzz/: libFuzzer
   clang-format clang-tidy   # scripts/check-style.sh
+  chromium                  # tests/e2e: the admin console in a headless browser
 )
+# Node.js and npm run the browser test; any installed node (Debian's or another) will do.
+if ! command -v node >/dev/null; then PACKAGES+=(nodejs); fi
+if ! command -v npm >/dev/null; then PACKAGES+=(npm); fi
 
 missing=()
 for p in "${PACKAGES[@]}"; do

@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include <iostream>
+#include <map>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -56,6 +57,13 @@ std::vector<std::unique_ptr<sim::AlarmSimulator>> attachDevices(const GatewayCon
         if (!device.attached) korva::host::detachDevice(device.devIndex);
     }
     return simulators;
+}
+
+// Account name -> device, so that the console names the device of each alert stream.
+std::map<std::string, std::string> accountDevices(const GatewayConfig& config) {
+    std::map<std::string, std::string> devices;
+    for (const auto& user : config.users) devices[user.name] = user.devIndex;
+    return devices;
 }
 
 int ioThreadCount(const GatewayConfig& config) {
@@ -132,6 +140,7 @@ int runGateway(const GatewayConfig& config, const std::string& credentialsNote) 
     ListenAddress admin;
     if (!parseListenAddress(server.adminAddress(), &admin, &problem)) admin = config.adminListen;
     server.adminHandler().setAccess(AdminAccess(admin.host, admin.port, config.adminToken));
+    server.streams().setAccountDevices(accountDevices(config));
     if (!AdminAccess::isLoopback(admin.host)) {
         std::cerr << "korva-gateway: warning: the admin API listens on " << server.adminAddress()
                   << ", beyond loopback; every call needs the admin token" << std::endl;

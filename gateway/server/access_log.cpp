@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <atomic>
 #include <cstdio>
 #include <ctime>
 
@@ -25,6 +26,8 @@ std::string localTime(std::chrono::system_clock::time_point when) {
                   tm.tm_gmtoff < 0 ? '-' : '+', offset / 3600 % 100, offset % 3600 / 60);
     return text;
 }
+
+std::atomic<AccessObserver*> gObserver{nullptr};
 
 std::string orDash(const std::string& text) {
     return text.empty() ? "-" : text;
@@ -111,6 +114,17 @@ std::string formatAccessLine(const AccessRecord& record) {
 
 void writeAccessLine(const char* tag, const AccessRecord& record) {
     QX_Log_Print(kAccessLogLevel, tag, "%s", formatAccessLine(record).c_str());
+    if (AccessObserver* observer = gObserver.load(std::memory_order_acquire)) {
+        observer->onAccess(tag, record);
+    }
+}
+
+void setAccessObserver(AccessObserver* observer) {
+    gObserver.store(observer, std::memory_order_release);
+}
+
+void removeAccessObserver(AccessObserver* observer) {
+    gObserver.compare_exchange_strong(observer, nullptr, std::memory_order_acq_rel);
 }
 
 }  // namespace korva::gateway

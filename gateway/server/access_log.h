@@ -37,7 +37,22 @@ std::string authorizationUser(std::string_view authorization);
 // The line, without a trailing newline.
 std::string formatAccessLine(const AccessRecord& record);
 
-// Writes the line through the host log at kAccessLogLevel, module `tag`.
+// Writes the line through the host log at kAccessLogLevel, module `tag`, and hands the record
+// to the access observer, if one is installed (whatever the log level).
 void writeAccessLine(const char* tag, const AccessRecord& record);
+
+// Receives every access record as its line is written (the admin console's request log).
+// Called on the connection's strand; must not block and must not throw.
+class AccessObserver {
+  public:
+    virtual ~AccessObserver() = default;
+    virtual void onAccess(const char* tag, const AccessRecord& record) noexcept = 0;
+};
+
+// Installs the process's one observer; nullptr removes it. removeAccessObserver removes it only
+// while `observer` is the one installed. The caller keeps the observer alive until no
+// writeAccessLine can still be running (the server removes it once its I/O threads are joined).
+void setAccessObserver(AccessObserver* observer);
+void removeAccessObserver(AccessObserver* observer);
 
 }  // namespace korva::gateway

@@ -113,8 +113,8 @@ bool AdminAccess::tokenMatches(std::string_view authorization) const {
     return constantTimeEqual(trim(authorization.substr(kScheme.size())), m_token);
 }
 
-std::optional<AdminRefusal> AdminAccess::check(
-    const http::request<http::string_body>& request) const {
+std::optional<AdminRefusal> AdminAccess::check(const http::request<http::string_body>& request,
+                                               bool tokenRequired) const {
     const auto host = request.find(http::field::host);
     if (host == request.end()) {
         if (request.version() >= 11) return AdminRefusal{400, "missing Host header", false};
@@ -132,7 +132,8 @@ std::optional<AdminRefusal> AdminAccess::check(
             return AdminRefusal{403, "cross-site requests are refused", false};
         }
     }
-    if (!m_token.empty() && !tokenMatches(view(request[http::field::authorization]))) {
+    if (tokenRequired && !m_token.empty() &&
+        !tokenMatches(view(request[http::field::authorization]))) {
         return AdminRefusal{401, "a valid admin token is required (Authorization: Bearer)", true};
     }
     return std::nullopt;

@@ -27,9 +27,12 @@ class AdminAccess {
     AdminAccess(const std::string& host, unsigned short port, std::string token);
 
     // Checks, in this order: Host names this listener (else 421), no cross-origin request
-    // (403), the bearer token when one is set (401). nullopt when the request may proceed.
+    // (403), the bearer token when one is set and `tokenRequired` (401). nullopt when the
+    // request may proceed. The console's static files are checked without the token: a browser
+    // cannot send it when it loads the page, and the files hold nothing but the page itself.
     std::optional<AdminRefusal> check(
-        const boost::beast::http::request<boost::beast::http::string_body>& request) const;
+        const boost::beast::http::request<boost::beast::http::string_body>& request,
+        bool tokenRequired = true) const;
 
     // True when `host` (an IP address) is a loopback address.
     static bool isLoopback(const std::string& host);

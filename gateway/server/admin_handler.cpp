@@ -5,11 +5,15 @@
 #include <array>
 #include <exception>
 
+#include "gateway/console/console_assets.h"
 #include "gateway/hostlib/hex_digit.h"
 #include "gateway/hostlib/host_control.h"
 #include "gateway/hostlib/json_text.h"
+#include "gateway/server/admin_events.h"
 #include "gateway/server/connection_registry.h"
 #include "gateway/server/metrics.h"
+#include "gateway/server/request_log.h"
+#include "gateway/server/stream_table.h"
 
 namespace korva::gateway {
 
@@ -60,6 +64,22 @@ std::string unexpectedBody(const std::string& body) {
     return root.isObject() ? "" : "body must be empty or a JSON object";
 }
 
+std::string pathOf(const HttpRequest& request) {
+    std::string path(request.target());
+    if (const auto query = path.find('?'); query != std::string::npos) path.resize(query);
+    return path;
+}
+
+// The page runs no script but its own, in no frame, and sends no Referer.
+const HeaderList kPageHeaders = {
+    {"Cache-Control", "no-cache"},
+    {"X-Content-Type-Options", "nosniff"},
+    {"X-Frame-Options", "DENY"},
+    {"Referrer-Policy", "no-referrer"},
+    {"Content-Security-Policy",
+     "default-src 'self'; img-src 'self' data:; frame-ancestors 'none'; base-uri 'none'; "
+     "form-action 'none'"}};
+
 int hexValue(char c) {
     return korva::host::hexDigitValue(c);
 }
@@ -85,7 +105,12 @@ bool percentDecode(const std::string& text, std::string* out) {
 
 void AdminHandler::onRequest(const std::shared_ptr<Connection>& connection, HttpRequest&& request) {
     try {
-        AdminAnswer answer = handle(request);
+        AdminAnswer answer;
+        if (pathOf(request) == "/admin/events") {
+            if (subscribeEvents(connection, request, &answer)) return;
+        } else {
+            answer = handle(request);
+        }
         answer.headers.emplace_back("Content-Type", answer.contentType);
         connection->answer(answer.status, answer.headers, answer.body);
     } catch (...) {
@@ -93,9 +118,28 @@ void AdminHandler::onRequest(const std::shared_ptr<Connection>& connection, Http
     }
 }
 
+bool AdminHandler::subscribeEvents(const std::shared_ptr<Connection>& connection,
+                                   const HttpRequest& request, AdminAnswer* answer) {
+    *answer = handle(request);  // the access checks, the method and the missing hub
+    if (answer->status != 200) return false;
+    switch (m_events->subscribe(connection)) {
+        case AdminEvents::Subscribe::kSubscribed:
+        case AdminEvents::Subscribe::kClosed:
+            return true;
+        case AdminEvents::Subscribe::kFull:
+            break;
+    }
+    *answer = errorAnswer(503,
+                          "too many event subscribers (at most " +
+                              std::to_string(m_events->limits().maxSubscribers) + ")",
+                          {{"Retry-After", "5"}});
+    return false;
+}
+
 AdminAnswer AdminHandler::handle(const HttpRequest& request) {
     try {
-        if (auto refusal = m_access.check(request)) {
+        const bool page = findConsoleAsset(pathOf(request)) != nullptr;
+        if (auto refusal = m_access.check(request, !page)) {
             HeaderList headers;
             if (refusal->challenge) {
                 headers.emplace_back("WWW-Authenticate", "Bearer realm=\"korva-admin\"");
@@ -111,8 +155,7 @@ AdminAnswer AdminHandler::handle(const HttpRequest& request) {
 }
 
 AdminAnswer AdminHandler::route(const HttpRequest& request) {
-    std::string path(request.target());
-    if (const auto query = path.find('?'); query != std::string::npos) path.resize(query);
+    const std::string path = pathOf(request);
     const auto verb = request.method();
     const bool get = verb == http::verb::get || verb == http::verb::head;
     const bool post = verb == http::verb::post;
@@ -126,6 +169,19 @@ AdminAnswer AdminHandler::route(const HttpRequest& request) {
     if (path == "/admin/state") {
         if (!get) return wrongMethod("GET, HEAD");
         return state();
+    }
+    if (path == "/admin/requests" && m_requests) {
+        if (!get) return wrongMethod("GET, HEAD");
+        return jsonAnswer(200, m_requests->toJson());
+    }
+    if (path == "/admin/events" && m_events) {
+        // Reached only from subscribeEvents: 200 here means "subscribe now".
+        if (!get) return wrongMethod("GET, HEAD");
+        return {200, "text/event-stream", ""};
+    }
+    if (findConsoleAsset(path)) {
+        if (!get) return wrongMethod("GET, HEAD");
+        return consoleFile(path);
     }
     if (path == "/admin/alarms") {
         if (!post) return wrongMethod("POST");
@@ -187,6 +243,11 @@ AdminAnswer AdminHandler::changeDevice(const std::string& devIndex, bool attach)
     return jsonAnswer(200, answer);
 }
 
+AdminAnswer AdminHandler::consoleFile(const std::string& path) {
+    const ConsoleAsset* asset = findConsoleAsset(path);
+    return {200, std::string(asset->contentType), std::string(asset->bytes), kPageHeaders};
+}
+
 AdminAnswer AdminHandler::state() {
     Json::Value root(Json::objectValue);
     Json::Value& devices = root["devices"] = Json::Value(Json::arrayValue);
@@ -217,6 +278,35 @@ AdminAnswer AdminHandler::state() {
         item["phase"] = entry.phase;
         item["queuedBytes"] = static_cast<Json::UInt64>(entry.queuedStreamBytes);
         list.append(item);
+    }
+    if (m_events) {
+        Json::Value& events = root["events"] = Json::Value(Json::objectValue);
+        events["subscribers"] = static_cast<Json::UInt64>(m_events->subscribers());
+        events["maxSubscribers"] = static_cast<Json::UInt64>(m_events->limits().maxSubscribers);
+        events["dropped"] = static_cast<Json::UInt64>(m_events->droppedEvents());
+    }
+    Json::Value& streams = root["streams"] = Json::Value(Json::arrayValue);
+    if (m_streams) {
+        for (const auto& stream : m_streams->snapshot()) {
+            Json::Value item(Json::objectValue);
+            item["id"] = static_cast<Json::UInt64>(stream.id);
+            item["devIndex"] = stream.devIndex;
+            item["user"] = stream.user;
+            item["client"] = stream.client;
+            item["connection"] = static_cast<Json::UInt64>(stream.connectionId);
+            item["openedAt"] = isoTime(stream.opened);
+            item["ageSeconds"] =
+                static_cast<double>(static_cast<long long>(stream.ageSeconds * 10)) / 10;
+            item["parts"] = static_cast<Json::UInt64>(stream.parts);
+            item["heartbeats"] = static_cast<Json::UInt64>(stream.heartbeats);
+            item["bytes"] = static_cast<Json::UInt64>(stream.bytes);
+            std::size_t queued = 0;
+            for (const auto& entry : entries) {
+                if (entry.id == stream.connectionId) queued = entry.queuedStreamBytes;
+            }
+            item["queuedBytes"] = static_cast<Json::UInt64>(queued);
+            streams.append(item);
+        }
     }
     return jsonAnswer(200, root);
 }

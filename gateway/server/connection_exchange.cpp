@@ -29,13 +29,28 @@ unsigned char ConnectionExchange::methodCode(http::verb verb) {
 }
 
 ConnectionExchange::ConnectionExchange(const std::shared_ptr<Connection>& connection,
-                                       HttpRequest request)
+                                       HttpRequest request, StreamTable* streams)
     : m_connection(connection),
       m_serial(connection->requestSerial()),
       m_request(std::move(request)),
       m_url(m_request.target()),
       m_method(methodCode(m_request.method())),
-      m_peerAddress(connection->peer().substr(0, connection->peer().rfind(':'))) {}
+      m_peerAddress(connection->peer().substr(0, connection->peer().rfind(':'))),
+      m_streams(streams) {}
+
+ConnectionExchange::~ConnectionExchange() {
+    finish();
+}
+
+void ConnectionExchange::finish() {
+    m_finished.store(true, std::memory_order_release);
+    std::shared_ptr<StreamTable::Entry> entry;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        entry = std::move(m_streamEntry);
+    }
+    if (entry) m_streams->close(entry);
+}
 
 std::string ConnectionExchange::header(const std::string& name) const {
     const auto it = m_request.find(name);
@@ -133,10 +148,17 @@ int ConnectionExchange::respond(const void* data, int length) {
             if (!connection->beginStream(m_serial, m_status, headersLocked())) {
                 return CHttpExchange::kLinkBroken;
             }
+            if (m_streams) {
+                m_streamEntry =
+                    m_streams->open(connection->id(), authorizationUser(header("Authorization")),
+                                    connection->clientAddress());
+            }
         }
+        const auto entry = m_streamEntry;
         lock.unlock();
         if (length == 0) return 0;
         std::string bytes(static_cast<const char*>(data), static_cast<std::size_t>(length));
+        if (entry) StreamTable::countPart(*entry, bytes);
         return connection->queueStreamPart(m_serial, std::move(bytes)) ? length
                                                                        : CHttpExchange::kLinkBroken;
     }

@@ -22,12 +22,16 @@
 
 #include "gateway/hostlib/exchange_backend.h"
 #include "gateway/server/connection.h"
+#include "gateway/server/stream_table.h"
 
 namespace korva::gateway {
 
 class ConnectionExchange : public QXHttpService::ExchangeBackend {
   public:
-    ConnectionExchange(const std::shared_ptr<Connection>& connection, HttpRequest request);
+    // `streams`, when given, lists the stream this request may become (may be null).
+    ConnectionExchange(const std::shared_ptr<Connection>& connection, HttpRequest request,
+                       StreamTable* streams = nullptr);
+    ~ConnectionExchange() override;
 
     std::string url() const override { return m_url; }
     unsigned char method() const override { return m_method; }
@@ -48,7 +52,7 @@ class ConnectionExchange : public QXHttpService::ExchangeBackend {
     // Headers set so far, with the Content-Type chosen by setMime when none was set directly.
     HeaderList answerHeaders() const;
     // The request has ended: later writes report kLinkBroken.
-    void finish() { m_finished.store(true, std::memory_order_release); }
+    void finish();
 
     static unsigned char methodCode(boost::beast::http::verb verb);
 
@@ -76,6 +80,8 @@ class ConnectionExchange : public QXHttpService::ExchangeBackend {
     bool m_stream = false;
     bool m_answered = false;
     std::atomic<bool> m_finished{false};
+    StreamTable* const m_streams;
+    std::shared_ptr<StreamTable::Entry> m_streamEntry;  // guarded; set once the head is queued
 };
 
 }  // namespace korva::gateway

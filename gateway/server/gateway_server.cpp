@@ -5,6 +5,7 @@
 #include <chrono>
 #include <exception>
 
+#include "host/device_mgr.h"
 #include "host/qx_log.h"
 
 namespace korva::gateway {
@@ -35,6 +36,20 @@ ServerLimits adminLimits(ServerLimits limits) {
     return limits;
 }
 
+// Device manager notification: one "device" event (user: the AdminEvents).
+void publishDeviceEvent(int event, const char* devIndex, void* user) {
+    auto* events = static_cast<AdminEvents*>(user);
+    if (devIndex == nullptr || !events->hasSubscribers()) return;
+    try {
+        Json::Value data(Json::objectValue);
+        data["devIndex"] = devIndex;
+        data["attached"] = event == kDeviceEventAttached;
+        events->publish("device", compactJson(data));
+    } catch (...) {
+        // Out of memory: the console misses one device change; /admin/state has it.
+    }
+}
+
 }  // namespace
 
 GatewayServer::GatewayServer(const PluginApi& plugin, const ServerLimits& limits, int ioThreads)
@@ -43,6 +58,8 @@ GatewayServer::GatewayServer(const PluginApi& plugin, const ServerLimits& limits
       m_ioThreadCount(ioThreads > 0 ? ioThreads : 1),
       m_pluginHandler(plugin),
       m_adminHandler(m_korvaConnections, m_metrics) {
+    m_pluginHandler.setStreamTable(&m_streams);
+    m_adminHandler.setConsoleSources(&m_requestLog, &m_events, &m_streams);
     m_io.emplace(m_ioThreadCount);
     m_korvaListener = std::make_shared<Listener>(*m_io, m_pluginHandler, m_limits,
                                                  m_korvaConnections, &m_metrics, "HTTP");
@@ -91,6 +108,9 @@ bool GatewayServer::bindTls(const ListenAddress& address,
 
 void GatewayServer::start() {
     m_work.emplace(m_io->get_executor());
+    setAccessObserver(&m_requestLog);
+    m_events.start(m_io->get_executor());
+    m_watchingDevices = QX_DeviceMgr_NotifyAttach(publishDeviceEvent, &m_events) == 0;
     if (m_tlsListener) m_tlsListener->start();
     m_korvaListener->start();
     m_adminListener->start();
@@ -126,6 +146,9 @@ void GatewayServer::stopAccepting() {
 
 void GatewayServer::closeConnections() {
     if (m_threads.empty()) return;
+    if (m_watchingDevices) QX_DeviceMgr_NotifyDetach(publishDeviceEvent);
+    m_watchingDevices = false;
+    m_events.stop();
     m_korvaListener->stop();
     m_adminListener->stop();
     if (m_tlsListener) m_tlsListener->stop();
@@ -142,6 +165,7 @@ void GatewayServer::closeConnections() {
     m_io->stop();
     for (auto& thread : m_threads) thread.join();
     m_threads.clear();
+    removeAccessObserver(&m_requestLog);  // no access line can be under way any more
 }
 
 }  // namespace korva::gateway

@@ -8,6 +8,11 @@
 // Exceptions: an exception that escapes a handler on an I/O thread is logged and the thread
 // goes on running the loop.
 //
+// The admin console's sources: the request log (fed by the access log while the server runs),
+// the event hub (heartbeats on the I/O pool; device attach/detach events from the device
+// manager's notifications, registered while the server runs: one running server per process)
+// and the table of open alert streams.
+//
 // Lifetime: bind() both listeners, start() the I/O threads and accepting, then stopAccepting()
 // once: accepting ends, connections drain (no new request, no stream part queued) and the plug-in
 // is no longer entered; closeConnections() then closes every connection and joins the threads,
@@ -22,11 +27,14 @@
 #include <thread>
 #include <vector>
 
+#include "gateway/server/admin_events.h"
 #include "gateway/server/admin_handler.h"
 #include "gateway/server/connection_registry.h"
 #include "gateway/server/listener.h"
 #include "gateway/server/metrics.h"
 #include "gateway/server/plugin_handler.h"
+#include "gateway/server/request_log.h"
+#include "gateway/server/stream_table.h"
 
 namespace korva::gateway {
 
@@ -64,6 +72,8 @@ class GatewayServer {
     Metrics& metrics() { return m_metrics; }
     AdminHandler& adminHandler() { return m_adminHandler; }
     ConnectionRegistry& korvaConnections() { return m_korvaConnections; }
+    AdminEvents& events() { return m_events; }
+    StreamTable& streams() { return m_streams; }
 
   private:
     void runIoThread();
@@ -72,6 +82,10 @@ class GatewayServer {
     const ServerLimits m_adminLimits;
     const int m_ioThreadCount;
     Metrics m_metrics;
+    AdminEvents m_events;
+    RequestLog m_requestLog{&m_events};
+    StreamTable m_streams{&m_events};
+    bool m_watchingDevices = false;
     ConnectionRegistry m_korvaConnections;
     ConnectionRegistry m_adminConnections;
     PluginHandler m_pluginHandler;

@@ -50,7 +50,7 @@ void PluginHandler::onRequest(const std::shared_ptr<Connection>& connection,
                                         connection->headRequest()
                                             ? std::string("HEAD")
                                             : std::string(request.method_string())};
-    auto backend = std::make_shared<ConnectionExchange>(connection, std::move(request));
+    auto backend = std::make_shared<ConnectionExchange>(connection, std::move(request), m_streams);
     const int handle = QXHttpService::ExchangeRegistry::instance().add(backend);
     if (handle < 0) {  // every handle is in use: refuse now, the plug-in could not answer later
         connection->answer(503, {{"Content-Type", "application/json"}, {"Retry-After", "1"}},

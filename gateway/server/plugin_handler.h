@@ -15,9 +15,14 @@
 
 namespace korva::gateway {
 
+class StreamTable;
+
 class PluginHandler : public RequestHandler {
   public:
     explicit PluginHandler(const PluginApi& api) : m_api(api) {}
+
+    // Where the alert streams opened by requests are listed (set before serving; may be null).
+    void setStreamTable(StreamTable* streams) { m_streams = streams; }
 
     void onRequest(const std::shared_ptr<Connection>& connection, HttpRequest&& request) override;
 
@@ -27,6 +32,7 @@ class PluginHandler : public RequestHandler {
 
   private:
     const PluginApi m_api;
+    StreamTable* m_streams = nullptr;
     std::atomic<bool> m_stopping{false};
     std::atomic<int> m_inFlight{0};
 };

@@ -161,11 +161,11 @@ class ServerTest : public ::testing::Test {
     }
 
     // A connected client that has sent `request`.
-    int connectClient(const std::string& request = "") {
+    int connectClient(const std::string& request = "", unsigned short port = 0) {
         const int fd = socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in address{};
         address.sin_family = AF_INET;
-        address.sin_port = htons(m_port);
+        address.sin_port = htons(port != 0 ? port : m_port);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
         timeval timeout{5, 0};
@@ -378,6 +378,51 @@ TEST_F(ServerTest, StoppedServerRefusesToEnterThePlugin) {
     const std::string answer = readUntil(fd, "</a>");
     EXPECT_EQ(answer.find("<a>"), std::string::npos) << answer;
     EXPECT_TRUE(answer.empty() || answer.rfind("HTTP/1.1 503 ", 0) == 0) << answer;
+    close(fd);
+}
+
+// An event subscriber that does not keep up loses events (counted), stays subscribed, and is
+// told how many it lost before the next event that reaches it.
+TEST_F(ServerTest, SlowEventSubscriberLosesEventsAndIsToldHowMany) {
+    const std::string admin = m_server->adminAddress();
+    const auto port = static_cast<unsigned short>(std::stoi(admin.substr(admin.rfind(':') + 1)));
+    m_server->adminHandler().setAccess(AdminAccess("127.0.0.1", port, ""));
+    const int fd = connectClient("", port);
+    int small = 4096;
+    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    send(fd, "GET /admin/events HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\n\r\n");
+    std::string received = readUntil(fd, "event: hello");
+    AdminEvents& events = m_server->events();
+    const std::string data = "{\"pad\":\"" + std::string(4000, 'x') + "\"}";
+    constexpr std::size_t kPublished = 300;
+    for (std::size_t i = 0; i < kPublished; ++i) events.publish("test", data);
+    const std::uint64_t dropped = events.droppedEvents();
+    EXPECT_GT(dropped, 0u);
+    EXPECT_EQ(events.subscribers(), 1u);
+
+    // Every event either reaches the subscriber or is counted in a "dropped" notice that
+    // precedes a later event (the queue may drain while the events are published).
+    const auto tally = [&received] {
+        std::size_t delivered = 0;
+        std::uint64_t told = 0;
+        const std::string notice = "event: dropped\ndata: {\"count\":";
+        for (auto at = received.find("event: test"); at != std::string::npos;
+             at = received.find("event: test", at + 1))
+            ++delivered;
+        for (auto at = received.find(notice); at != std::string::npos;
+             at = received.find(notice, at + 1))
+            told += std::stoull(received.substr(at + notice.size()));
+        return std::make_pair(delivered, told);
+    };
+    char buffer[65536];
+    while (tally().first < kPublished - dropped) {
+        const ssize_t n = recv(fd, buffer, sizeof buffer, 0);
+        ASSERT_GT(n, 0) << "stream ended after " << tally().first << " events";
+        received.append(buffer, static_cast<std::size_t>(n));
+    }
+    events.publish("last", "{}");
+    received += readUntil(fd, "event: last\ndata: {}\n\n");
+    EXPECT_EQ(tally(), std::make_pair(kPublished - dropped, dropped));
     close(fd);
 }
 
