@@ -12,7 +12,8 @@
 #include <optional>
 #include <vector>
 
-#include "gateway/hostlib/bus_internal.h"
+#include "gateway/hostlib/host_context.h"
+#include "gateway/hostlib/host_control.h"
 #include "gateway/hostlib/json_text.h"
 #include "gateway/hostlib/task_queue.h"
 #include "host/qx_log.h"
@@ -105,12 +106,14 @@ struct Subscription {
     }
 };
 
+}  // namespace
+
+namespace detail {
+
+// Subscriptions and the delivery thread.
 class AlarmBus {
   public:
-    static AlarmBus& instance() {
-        static auto* bus = new AlarmBus;  // never destroyed: its thread may outlive main
-        return *bus;
-    }
+    static AlarmBus& instance() { return context().alarms(); }
 
     int subscribe(int* subscribeId, std::string* reply, const std::string& body,
                   QX_AlarmDataCallBack callback, void* user) {
@@ -238,10 +241,23 @@ class AlarmBus {
     std::map<int, Subscription> m_subscriptions;
     int m_nextId = 1;   // ids are never reused, not even after a reset
     int m_running = 0;  // subscription whose routine is being called, 0 when none
-    detail::TaskQueue m_delivery{"alarm-delivery", 1, kQueueCapacity};
+    TaskQueue m_delivery{"alarm-delivery", 1, kQueueCapacity};
 };
 
-}  // namespace
+Owned<AlarmBus> makeAlarmBus() {
+    return Owned<AlarmBus>(new AlarmBus);
+}
+template <>
+void PartDeleter<AlarmBus>::operator()(AlarmBus* part) const noexcept {
+    delete part;
+}
+void stopThreads(AlarmBus& bus) {
+    bus.stop();
+}
+
+}  // namespace detail
+
+using detail::AlarmBus;
 
 bool publishAlarm(const std::string& devIndex, const std::string& bytes) {
     return AlarmBus::instance().publish(devIndex, bytes);
@@ -256,15 +272,9 @@ void flushAlarms() {
     AlarmBus::instance().flush();
 }
 
-namespace detail {
-void stopAlarmBus() {
-    AlarmBus::instance().stop();
-}
-}  // namespace detail
-
 }  // namespace korva::host
 
-using korva::host::AlarmBus;
+using korva::host::detail::AlarmBus;
 
 int QX_AlarmBus_Subscribe(int* subscribeId, std::string* reply, const std::string& body,
                           QX_AlarmDataCallBack callback, void* user, int /*flag*/) {

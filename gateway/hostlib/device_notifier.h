@@ -15,7 +15,8 @@ namespace korva::host::detail {
 
 class DeviceNotifier {
   public:
-    static DeviceNotifier& instance();
+    DeviceNotifier() = default;
+    static DeviceNotifier& instance();  // the host context's
 
     // QX_DeviceMgr_NotifyAttach / QX_DeviceMgr_NotifyDetach.
     int add(QX_DeviceNotifyCallBack callback, void* user);
@@ -32,8 +33,6 @@ class DeviceNotifier {
     void stop() { m_queue.stop(); }
 
   private:
-    DeviceNotifier() = default;
-
     struct Registration {
         uint64_t id;
         QX_DeviceNotifyCallBack callback;
