@@ -8,6 +8,10 @@
 #include <thread>
 #include <vector>
 
+#include "gateway/hostlib/host_alarms.h"
+#include "gateway/hostlib/host_config.h"
+#include "gateway/hostlib/host_lifetime.h"
+#include "gateway/hostlib/host_logging.h"
 #include "gateway/server/gateway_server.h"
 #include "gateway/server/plugin_loader.h"
 #include "gateway/sim/alarm_simulator.h"

@@ -12,8 +12,8 @@
 #include <optional>
 #include <vector>
 
+#include "gateway/hostlib/host_alarms.h"
 #include "gateway/hostlib/host_context.h"
-#include "gateway/hostlib/host_control.h"
 #include "gateway/hostlib/json_text.h"
 #include "gateway/hostlib/task_queue.h"
 #include "host/qx_log.h"

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_devices.h"
 
 namespace korva::host::detail {
 

@@ -1,7 +1,7 @@
 // The device configuration bus: relays a plug-in's JSON request to a device endpoint on a bus
 // worker and calls the plug-in's completion routine exactly once, on a bus worker, with the
 // device's reply or, when none came in time, with the device-busy status object. Outstanding
-// relays are bounded per device, per client and in total (RelayLimits in host_control.h); a
+// relays are bounded per device, per client and in total (RelayLimits in host_devices.h); a
 // relay whose request ends before the answer is released at once.
 #include "host/device_cfg_bus.h"
 

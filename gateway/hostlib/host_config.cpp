@@ -1,10 +1,11 @@
 // The configuration manager: snapshots of the user and network configuration.
+#include "gateway/hostlib/host_config.h"
+
 #include <memory>
 #include <mutex>
 #include <optional>
 
 #include "gateway/hostlib/host_context.h"
-#include "gateway/hostlib/host_control.h"
 #include "host/config_mgr.h"
 
 namespace korva::host::detail {

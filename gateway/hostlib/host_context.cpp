@@ -1,6 +1,6 @@
 #include "gateway/hostlib/host_context.h"
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_lifetime.h"
 
 namespace korva::host::detail {
 

@@ -15,7 +15,7 @@
 
 #include "gateway/hostlib/async_log_writer.h"
 #include "gateway/hostlib/host_context.h"
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_logging.h"
 #include "gateway/hostlib/log_rate_limiter.h"
 #include "host/qx_log.h"
 

@@ -18,8 +18,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "gateway/hostlib/host_clock.h"
 #include "gateway/hostlib/host_context.h"
-#include "gateway/hostlib/host_control.h"
 #include "gateway/hostlib/runtime_clock.h"
 #include "host/kvl_runtime.h"
 

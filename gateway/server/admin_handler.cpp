@@ -6,7 +6,8 @@
 #include <exception>
 
 #include "gateway/hostlib/hex_digit.h"
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_alarms.h"
+#include "gateway/hostlib/host_devices.h"
 #include "gateway/hostlib/json_text.h"
 #include "gateway/server/connection_registry.h"
 #include "gateway/server/metrics.h"

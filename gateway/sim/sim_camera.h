@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_devices.h"
 #include "gateway/sim/camera_ptz.h"
 #include "gateway/sim/camera_streams.h"
 #include "gateway/sim/recording_index.h"

@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
+#include "gateway/hostlib/host_clock.h"
 #include "gateway/hostlib/host_context.h"
-#include "gateway/hostlib/host_control.h"
 #include "host/kvl_runtime.h"
 #include "host/kvl_timer.h"
 
