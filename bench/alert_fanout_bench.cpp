@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "gateway/hostlib/exchange_backend.h"
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_clock.h"
 #include "plugin/alert/alarm_translation.h"
 #include "plugin/alert/event_pto.h"
 

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_logging.h"
 
 namespace korva::fuzz {
 

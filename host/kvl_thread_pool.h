@@ -1,4 +1,8 @@
 // Flexible thread pool: up to maxThreads workers, started on demand and ended after idling.
+//
+// Thread safety: Create, Work and Destroy may be called from any thread; Work concurrently with
+// Work on the same pool, but not once Destroy has begun (Destroy frees the pool). The routine
+// runs on the pool's workers, several items at once when maxThreads > 1.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,6 @@
 // Periodic timers that run on the runtime's timer thread.
+//
+// Thread safety: both functions may be called from any thread, also from a timer routine.
 #pragma once
 
 #include <cstdint>

@@ -11,6 +11,10 @@
 #include <vector>
 
 #include "gateway/app/tls_setup.h"
+#include "gateway/hostlib/host_alarms.h"
+#include "gateway/hostlib/host_config.h"
+#include "gateway/hostlib/host_lifetime.h"
+#include "gateway/hostlib/host_logging.h"
 #include "gateway/server/gateway_server.h"
 #include "gateway/server/plugin_loader.h"
 #include "gateway/sim/alarm_simulator.h"

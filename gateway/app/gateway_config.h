@@ -13,10 +13,12 @@
 #include <string>
 #include <vector>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_auth.h"
+#include "gateway/hostlib/host_devices.h"
 #include "gateway/server/gateway_server.h"
 #include "gateway/server/server_limits.h"
 #include "gateway/sim/device_profile.h"
+#include "host/config_mgr.h"
 
 namespace korva::gateway {
 

@@ -11,7 +11,8 @@
 #include <optional>
 #include <vector>
 
-#include "gateway/hostlib/bus_internal.h"
+#include "gateway/hostlib/host_alarms.h"
+#include "gateway/hostlib/host_context.h"
 #include "gateway/hostlib/json_text.h"
 #include "gateway/hostlib/mutex.h"
 #include "gateway/hostlib/task_queue.h"
@@ -105,12 +106,14 @@ struct Subscription {
     }
 };
 
+}  // namespace
+
+namespace detail {
+
+// Subscriptions and the delivery thread.
 class AlarmBus {
   public:
-    static AlarmBus& instance() {
-        static auto* bus = new AlarmBus;  // never destroyed: its thread may outlive main
-        return *bus;
-    }
+    static AlarmBus& instance() { return context().alarms(); }
 
     int subscribe(int* subscribeId, std::string* reply, const std::string& body,
                   QX_AlarmDataCallBack callback, void* user) {
@@ -242,10 +245,23 @@ class AlarmBus {
     std::map<int, Subscription> m_subscriptions GUARDED_BY(m_mutex);
     int m_nextId GUARDED_BY(m_mutex) = 1;   // ids are never reused, not even after a reset
     int m_running GUARDED_BY(m_mutex) = 0;  // subscription whose routine is being called, or 0
-    detail::TaskQueue m_delivery{"alarm-delivery", 1, kQueueCapacity};
+    TaskQueue m_delivery{"alarm-delivery", 1, kQueueCapacity};
 };
 
-}  // namespace
+Owned<AlarmBus> makeAlarmBus() {
+    return Owned<AlarmBus>(new AlarmBus);
+}
+template <>
+void PartDeleter<AlarmBus>::operator()(AlarmBus* part) const noexcept {
+    delete part;
+}
+void stopThreads(AlarmBus& bus) {
+    bus.stop();
+}
+
+}  // namespace detail
+
+using detail::AlarmBus;
 
 bool publishAlarm(const std::string& devIndex, const std::string& bytes) {
     return AlarmBus::instance().publish(devIndex, bytes);
@@ -260,15 +276,9 @@ void flushAlarms() {
     AlarmBus::instance().flush();
 }
 
-namespace detail {
-void stopAlarmBus() {
-    AlarmBus::instance().stop();
-}
-}  // namespace detail
-
 }  // namespace korva::host
 
-using korva::host::AlarmBus;
+using korva::host::detail::AlarmBus;
 
 int QX_AlarmBus_Subscribe(int* subscribeId, std::string* reply, const std::string& body,
                           QX_AlarmDataCallBack callback, void* user, int /*flag*/) {

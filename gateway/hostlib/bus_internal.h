@@ -1,5 +1,5 @@
-// Internal hooks between the device manager, the device configuration bus, the alarm bus and
-// the host's lifetime control (not for plug-ins or the gateway).
+// Internal hooks between the device manager and the device configuration bus (not for plug-ins
+// or the gateway).
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_devices.h"
 
 namespace korva::host::detail {
 
@@ -22,10 +22,5 @@ struct AttachedDevice {
 std::optional<AttachedDevice> findAttachedDevice(const std::string& devIndex);
 // True while the device stays attached since the lookup that gave epoch.
 bool isStillAttached(const std::string& devIndex, uint64_t epoch);
-
-// Parts of shutdown(): each stops its own threads and drops its queued work.
-void stopDeviceNotifications();
-void stopDeviceCfgBus();
-void stopAlarmBus();
 
 }  // namespace korva::host::detail

@@ -1,78 +1,98 @@
 #include "gateway/hostlib/deadline_timer.h"
 
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <thread>
+#include <unordered_map>
+
 namespace korva::host::detail {
+
+namespace asio = boost::asio;
+
+struct DeadlineTimer::Run {
+    Run() : thread([this] { io.run(); }) {}
+
+    // Declared first, destroyed last: the timers below belong to it.
+    asio::io_context io;
+    asio::executor_work_guard<asio::io_context::executor_type> work{io.get_executor()};
+    std::mutex mutex;  // guards timers
+    // A routine is due while its timer is here; whoever takes it out (the expiry or cancel)
+    // decides whether it runs.
+    std::unordered_map<uint64_t, std::shared_ptr<asio::steady_timer>> timers;
+    std::thread thread;  // started last, once the members above exist
+};
 
 DeadlineTimer::~DeadlineTimer() {
     stop();
 }
 
 uint64_t DeadlineTimer::schedule(Clock::time_point when, std::function<void()> routine) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_thread.joinable()) {
-        m_thread = std::thread([this, generation = m_generation] { run(generation); });
+    std::shared_ptr<Run> run;
+    uint64_t id;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_run) m_run = std::make_shared<Run>();
+        run = m_run;
+        id = m_nextId++;
     }
-    const uint64_t id = m_nextId++;
-    const bool earliest = m_due.empty() || Key{when, id} < m_due.begin()->first;
-    m_due.emplace(Key{when, id}, std::move(routine));
-    m_whenById.emplace(id, when);
-    if (earliest) m_changed.notify_one();
+    auto timer = std::make_shared<asio::steady_timer>(run->io, when);
+    // Under the lock until the wait is set up, so that neither the expiry nor cancel touches
+    // the timer before. The io_context outlives its handlers (stop joins its thread before the
+    // Run goes).
+    std::lock_guard<std::mutex> lock(run->mutex);
+    run->timers.emplace(id, timer);
+    Run* const owner = run.get();
+    timer->async_wait([owner, id, routine = std::move(routine)](const boost::system::error_code&) {
+        std::shared_ptr<asio::steady_timer> mine;
+        {
+            std::lock_guard<std::mutex> lock(owner->mutex);
+            auto found = owner->timers.find(id);
+            if (found == owner->timers.end()) return;  // cancelled
+            mine = std::move(found->second);
+            owner->timers.erase(found);
+        }
+        routine();
+    });
     return id;
 }
 
 bool DeadlineTimer::cancel(uint64_t id) {
-    std::function<void()> dropped;  // destroyed after the lock is released
-    std::lock_guard<std::mutex> lock(m_mutex);
-    auto found = m_whenById.find(id);
-    if (found == m_whenById.end()) return false;
-    auto entry = m_due.find(Key{found->second, id});
-    dropped = std::move(entry->second);
-    m_due.erase(entry);
-    m_whenById.erase(found);
+    std::shared_ptr<Run> run;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        run = m_run;
+    }
+    if (!run) return false;
+    std::shared_ptr<asio::steady_timer> timer;
+    {
+        std::lock_guard<std::mutex> lock(run->mutex);
+        auto found = run->timers.find(id);
+        if (found == run->timers.end()) return false;
+        timer = std::move(found->second);
+        run->timers.erase(found);
+    }
+    // Wakes the wait now, so that its routine (and what it holds) is released at once; the
+    // timer is only touched on its own thread.
+    asio::post(run->io, [timer] { timer->cancel(); });
     return true;
 }
 
 void DeadlineTimer::stop() {
-    std::thread thread;
-    std::map<Key, std::function<void()>> dropped;
+    std::shared_ptr<Run> run;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        ++m_generation;
-        dropped.swap(m_due);
-        m_whenById.clear();
-        thread.swap(m_thread);
-        m_changed.notify_all();
+        run.swap(m_run);
     }
-    if (!thread.joinable()) return;
-    if (thread.get_id() == std::this_thread::get_id()) {
-        thread.detach();
-    } else {
-        thread.join();
+    if (!run) return;
+    run->io.stop();
+    if (run->thread.get_id() == std::this_thread::get_id()) {
+        // Called from a routine: another thread joins this one once the routine returns.
+        std::thread([run] { run->thread.join(); }).detach();
+        return;
     }
-}
-
-void DeadlineTimer::run(uint64_t generation) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    for (;;) {
-        if (m_generation != generation) return;
-        if (m_due.empty()) {
-            m_changed.wait(lock);
-            continue;
-        }
-        auto first = m_due.begin();
-        // A copy: the entry may be cancelled (and freed) while the wait releases the lock.
-        const Clock::time_point when = first->first.first;
-        if (Clock::now() < when) {
-            m_changed.wait_until(lock, when);
-            continue;
-        }
-        std::function<void()> routine = std::move(first->second);
-        m_whenById.erase(first->first.second);
-        m_due.erase(first);
-        lock.unlock();
-        routine();
-        routine = nullptr;
-        lock.lock();
-    }
+    run->thread.join();
 }
 
 }  // namespace korva::host::detail

@@ -1,7 +1,7 @@
 // The device configuration bus: relays a plug-in's JSON request to a device endpoint on a bus
 // worker and calls the plug-in's completion routine exactly once, on a bus worker, with the
 // device's reply or, when none came in time, with the device-busy status object. Outstanding
-// relays are bounded per device, per client and in total (RelayLimits in host_control.h); a
+// relays are bounded per device, per client and in total (RelayLimits in host_devices.h); a
 // relay whose request ends before the answer is released at once.
 #include "host/device_cfg_bus.h"
 
@@ -17,6 +17,7 @@
 #include "gateway/hostlib/bus_internal.h"
 #include "gateway/hostlib/deadline_timer.h"
 #include "gateway/hostlib/exchange_backend.h"
+#include "gateway/hostlib/host_context.h"
 #include "gateway/hostlib/task_queue.h"
 #include "host/qx_log.h"
 
@@ -85,10 +86,6 @@ size_t workerThreads() {
 // Why a relay is answered busy at once instead of reaching its device.
 enum class Admission { kSlots, kBusyDevice, kBusyClient, kClientGone, kFull };
 
-QXHttpService::ExchangeRegistry& exchanges() {
-    return QXHttpService::ExchangeRegistry::instance();
-}
-
 // The request handle of a relay: userData is the caller's DeviceCfgContext, if any.
 int requestHandle(const void* userData) {
     return userData == nullptr ? -1 : static_cast<const DeviceCfgContext*>(userData)->httpHandle;
@@ -96,12 +93,16 @@ int requestHandle(const void* userData) {
 
 void onExchangeRemoved(int handle);
 
+}  // namespace
+
 class DeviceCfgBus {
   public:
-    static DeviceCfgBus& instance() {
-        static auto* bus = new DeviceCfgBus;  // never destroyed: its threads may outlive main
-        return *bus;
+    static DeviceCfgBus& instance() { return context().deviceBus(); }
+
+    explicit DeviceCfgBus(QXHttpService::ExchangeRegistry& registry) : m_exchanges(registry) {
+        m_exchanges.setRemovalListener(&onExchangeRemoved);
     }
+    ~DeviceCfgBus() { m_exchanges.setRemovalListener(nullptr); }
 
     int relay(int method, const std::string& url, const std::string& body,
               QX_DeviceCfgCallBack callback, void* userData, int timeoutMs) {
@@ -124,7 +125,7 @@ class DeviceCfgBus {
         }
         // The request may have ended between bindToRequest and admit, before the bus knew the
         // relay: release it now.
-        if (relay->retainedHandle >= 0 && !exchanges().find(relay->retainedHandle)) {
+        if (relay->retainedHandle >= 0 && !m_exchanges.find(relay->retainedHandle)) {
             clientLeft(relay->retainedHandle);
             return kAccepted;
         }
@@ -183,22 +184,20 @@ class DeviceCfgBus {
     }
 
   private:
-    DeviceCfgBus() { exchanges().setRemovalListener(&onExchangeRemoved); }
-
     // Ties the relay to its request: retains the handle (so that it is not reused while the
     // callback may rebuild the exchange from it) and takes the client's address. False when the
     // request has ended already; true as well for a relay without request (handle -1).
-    static bool bindToRequest(Relay& relay, int handle) {
+    bool bindToRequest(Relay& relay, int handle) {
         if (handle < 0) return true;
-        if (!exchanges().retain(handle)) return false;
+        if (!m_exchanges.retain(handle)) return false;
         relay.retainedHandle = handle;
-        const auto backend = exchanges().find(handle);
+        const auto backend = m_exchanges.find(handle);
         if (backend) relay.client = backend->peer();
         return backend != nullptr;
     }
 
     int refuse(const Relay& relay) {
-        if (relay.retainedHandle >= 0) exchanges().release(relay.retainedHandle);
+        if (relay.retainedHandle >= 0) m_exchanges.release(relay.retainedHandle);
         m_refusedFull.fetch_add(1);
         QX_Log_Print(5, kModule, "relay to %s refused: %d relays outstanding",
                      relay.devIndex.c_str(), limits().maxTotal);
@@ -370,9 +369,10 @@ class DeviceCfgBus {
             std::lock_guard<std::mutex> lock(m_mutex);
             if (relay.generation == m_generation) --m_total;
         }
-        if (relay.retainedHandle >= 0) exchanges().release(relay.retainedHandle);
+        if (relay.retainedHandle >= 0) m_exchanges.release(relay.retainedHandle);
     }
 
+    QXHttpService::ExchangeRegistry& m_exchanges;
     // Each accepted relay has at most one device task and one completion queued, so the queue
     // holds at most 2 * maxTotal tasks.
     TaskQueue m_workers{"device-bus", workerThreads(), 0};
@@ -394,14 +394,23 @@ class DeviceCfgBus {
     std::atomic<uint64_t> m_timedOut{0};
 };
 
+namespace {
+
 void onExchangeRemoved(int handle) {
     DeviceCfgBus::instance().clientLeft(handle);
 }
 
 }  // namespace
 
-void stopDeviceCfgBus() {
-    DeviceCfgBus::instance().stop();
+Owned<DeviceCfgBus> makeDeviceCfgBus(QXHttpService::ExchangeRegistry& exchanges) {
+    return Owned<DeviceCfgBus>(new DeviceCfgBus(exchanges));
+}
+template <>
+void PartDeleter<DeviceCfgBus>::operator()(DeviceCfgBus* part) const noexcept {
+    delete part;
+}
+void stopThreads(DeviceCfgBus& bus) {
+    bus.stop();
 }
 
 }  // namespace korva::host::detail

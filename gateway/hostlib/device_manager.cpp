@@ -5,9 +5,10 @@
 #include "gateway/hostlib/bus_internal.h"
 #include "gateway/hostlib/device_notifier.h"
 #include "gateway/hostlib/mutex.h"
+#include "gateway/hostlib/host_context.h"
 #include "host/device_mgr.h"
 
-namespace korva::host {
+namespace korva::host::detail {
 namespace {
 
 struct DeviceEntry {
@@ -17,12 +18,12 @@ struct DeviceEntry {
     uint64_t epoch = 0;  // changes on every transition to attached
 };
 
+}  // namespace
+
+// Devices by index, and their attach/detach transitions (notified through the notifier).
 class DeviceTable {
   public:
-    static DeviceTable& instance() {
-        static auto* table = new DeviceTable;  // never destroyed, like the threads using it
-        return *table;
-    }
+    static DeviceTable& instance() { return context().devices(); }
 
     void attach(const std::string& devIndex, std::shared_ptr<DeviceEndpoint> endpoint) {
         MutexLock lock(m_mutex);
@@ -32,7 +33,7 @@ class DeviceTable {
         if (entry.attached) return;  // replaced in place: same device, same epoch
         const bool cameBack = !inserted;
         markAttachedLocked(devIndex, entry);
-        if (cameBack) detail::DeviceNotifier::instance().notify(kDeviceEventAttached, devIndex);
+        if (cameBack) DeviceNotifier::instance().notify(kDeviceEventAttached, devIndex);
     }
 
     bool reattach(const std::string& devIndex) {
@@ -41,7 +42,7 @@ class DeviceTable {
         if (it == m_devices.end()) return false;
         if (it->second.attached) return true;  // events report changes only
         markAttachedLocked(devIndex, it->second);
-        detail::DeviceNotifier::instance().notify(kDeviceEventAttached, devIndex);
+        DeviceNotifier::instance().notify(kDeviceEventAttached, devIndex);
         return true;
     }
 
@@ -51,7 +52,7 @@ class DeviceTable {
         if (it == m_devices.end() || !it->second.attached) return false;
         it->second.attached = false;
         it->second.device.reset();
-        detail::DeviceNotifier::instance().notify(kDeviceEventDetached, devIndex);
+        DeviceNotifier::instance().notify(kDeviceEventDetached, devIndex);
         return true;
     }
 
@@ -76,11 +77,11 @@ class DeviceTable {
         return it != m_devices.end() && it->second.attached ? it->second.device : nullptr;
     }
 
-    std::optional<detail::AttachedDevice> attached(const std::string& devIndex) {
+    std::optional<AttachedDevice> attached(const std::string& devIndex) {
         MutexLock lock(m_mutex);
         auto it = m_devices.find(devIndex);
         if (it == m_devices.end() || !it->second.attached) return std::nullopt;
-        return detail::AttachedDevice{it->second.endpoint, it->second.epoch};
+        return AttachedDevice{it->second.endpoint, it->second.epoch};
     }
 
     bool stillAttached(const std::string& devIndex, uint64_t epoch) {
@@ -102,7 +103,19 @@ class DeviceTable {
         1;  // shared by all devices, so a forgotten device's epoch never returns
 };
 
-}  // namespace
+Owned<DeviceTable> makeDeviceTable() {
+    return Owned<DeviceTable>(new DeviceTable);
+}
+template <>
+void PartDeleter<DeviceTable>::operator()(DeviceTable* part) const noexcept {
+    delete part;
+}
+
+}  // namespace korva::host::detail
+
+namespace korva::host {
+
+using detail::DeviceTable;
 
 void attachDevice(const std::string& devIndex, std::shared_ptr<DeviceEndpoint> endpoint) {
     DeviceTable::instance().attach(devIndex, std::move(endpoint));
@@ -128,9 +141,6 @@ std::optional<AttachedDevice> findAttachedDevice(const std::string& devIndex) {
 bool isStillAttached(const std::string& devIndex, uint64_t epoch) {
     return DeviceTable::instance().stillAttached(devIndex, epoch);
 }
-void stopDeviceNotifications() {
-    DeviceNotifier::instance().stop();
-}
 
 }  // namespace detail
 }  // namespace korva::host
@@ -138,7 +148,7 @@ void stopDeviceNotifications() {
 // The host interface takes the device index by value.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::shared_ptr<CVexDevice> QX_DeviceMgr_GetDevice(std::string devIndex) {
-    return korva::host::DeviceTable::instance().device(devIndex);
+    return korva::host::detail::DeviceTable::instance().device(devIndex);
 }
 
 int QX_DeviceMgr_NotifyAttach(QX_DeviceNotifyCallBack callback, void* user) {

@@ -2,12 +2,23 @@
 
 #include <algorithm>
 
+#include "gateway/hostlib/host_context.h"
+
 namespace korva::host::detail {
 
 DeviceNotifier& DeviceNotifier::instance() {
-    // Never destroyed: the notification thread may still be idle at process exit.
-    static auto* notifier = new DeviceNotifier;
-    return *notifier;
+    return context().notifier();
+}
+
+Owned<DeviceNotifier> makeDeviceNotifier() {
+    return Owned<DeviceNotifier>(new DeviceNotifier);
+}
+template <>
+void PartDeleter<DeviceNotifier>::operator()(DeviceNotifier* part) const noexcept {
+    delete part;
+}
+void stopThreads(DeviceNotifier& notifier) {
+    notifier.stop();
 }
 
 int DeviceNotifier::add(QX_DeviceNotifyCallBack callback, void* user) {

@@ -1,5 +1,9 @@
 // Attach/detach notifications of the device manager: the registered routines and the single
 // thread that calls them, one event at a time, in the order the events happened.
+//
+// Thread safety: every member may be called from any thread, also from a routine being notified
+// (a routine that removes itself does not wait for its own return). remove() from elsewhere
+// returns only once the removed routine is not running.
 #pragma once
 
 #include <condition_variable>
@@ -15,7 +19,8 @@ namespace korva::host::detail {
 
 class DeviceNotifier {
   public:
-    static DeviceNotifier& instance();
+    DeviceNotifier() = default;
+    static DeviceNotifier& instance();  // the host context's
 
     // QX_DeviceMgr_NotifyAttach / QX_DeviceMgr_NotifyDetach.
     int add(QX_DeviceNotifyCallBack callback, void* user);
@@ -32,8 +37,6 @@ class DeviceNotifier {
     void stop() { m_queue.stop(); }
 
   private:
-    DeviceNotifier() = default;
-
     struct Registration {
         uint64_t id;
         QX_DeviceNotifyCallBack callback;

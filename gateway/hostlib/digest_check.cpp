@@ -21,7 +21,8 @@
 #include "gateway/hostlib/client_address.h"
 #include "gateway/hostlib/digest_header.h"
 #include "gateway/hostlib/digest_math.h"
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_auth.h"
+#include "gateway/hostlib/host_context.h"
 #include "gateway/hostlib/host_nonce.h"
 #include "gateway/hostlib/login_lock_table.h"
 #include "gateway/hostlib/nonce_counts.h"
@@ -53,19 +54,36 @@ struct AuthState {
     mutable LoginLockTable locks;
 };
 
-struct Shared {
+}  // namespace
+
+namespace korva::host::detail {
+
+// The current configuration of the check, replaced whole by setAccounts.
+class AuthStore {
+  public:
     std::mutex mutex;  // guards `state` (the pointer, not what it points to)
     std::shared_ptr<const AuthState> state = std::make_shared<AuthState>();
     std::atomic<bool> allowWithoutRequest{false};
 };
 
-Shared& shared() {
-    static Shared* s = new Shared;  // never destroyed: checks may run until exit
-    return *s;
+Owned<AuthStore> makeAuthStore() {
+    return Owned<AuthStore>(new AuthStore);
+}
+template <>
+void PartDeleter<AuthStore>::operator()(AuthStore* part) const noexcept {
+    delete part;
+}
+
+}  // namespace korva::host::detail
+
+namespace {
+
+korva::host::detail::AuthStore& shared() {
+    return korva::host::detail::context().auth();
 }
 
 std::shared_ptr<const AuthState> snapshot() {
-    Shared& s = shared();
+    auto& s = shared();
     std::lock_guard<std::mutex> lock(s.mutex);
     return s.state;
 }
@@ -249,7 +267,8 @@ int rightAnswer(DigestCheckResult* out, const AuthState& state, const std::strin
 
 // The method the client hashed: a HEAD request is handed to the plug-in as GET (it is a GET
 // without body), but its client computed the digest over "HEAD".
-std::string digestMethod(const std::string& methodName, const korva::host::RequestContext* request) {
+std::string digestMethod(const std::string& methodName,
+                         const korva::host::RequestContext* request) {
     if (request != nullptr && request->method == "HEAD" && methodName == "GET") return "HEAD";
     return methodName;
 }
@@ -296,7 +315,8 @@ int QX_KORVAMgrBus_CheckDigest(DigestCheckResult* out, const std::string& method
     const digest::Algorithm algorithm = credentials.algorithm;
     const std::string expected = digest::response(
         algorithm, digest::ha1(algorithm, user, realm, password), credentials.nonce, credentials.nc,
-        credentials.cnonce, credentials.qop, digest::ha2(algorithm, digestMethod(methodName, request), credentials.uri));
+        credentials.cnonce, credentials.qop,
+        digest::ha2(algorithm, digestMethod(methodName, request), credentials.uri));
     if (!digest::constantTimeEquals(expected, credentials.response) || !known) {
         return failedAttempt(out, *state, realm, user, address);
     }
@@ -312,7 +332,7 @@ void setAccounts(const std::vector<Account>& accounts, const AuthSettings& setti
         next->accounts.erase(account.name);  // a repeated name: the last one holds
         next->accounts.try_emplace(account.name, account);
     }
-    Shared& s = shared();
+    auto& s = shared();
     std::shared_ptr<const AuthState> previous;
     {
         std::lock_guard<std::mutex> lock(s.mutex);

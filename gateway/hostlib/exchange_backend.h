@@ -43,7 +43,8 @@ class ExchangeBackend {
     int m_handle = -1;
 };
 
-// Map from handle to backend; one process-wide instance (tests may build their own).
+// Map from handle to backend; the host context owns the process-wide one (tests may build their
+// own).
 //
 // Handles run from 1 to lastHandle; the counter wraps round and skips every handle still in the
 // table, so a handle is reused only when nothing refers to it any more. A handle stays in the

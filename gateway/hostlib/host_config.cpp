@@ -1,14 +1,18 @@
 // The configuration manager: snapshots of the user and network configuration.
+#include "gateway/hostlib/host_config.h"
+
 #include <memory>
 #include <mutex>
 #include <optional>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_context.h"
 #include "host/config_mgr.h"
 
-namespace {
+namespace korva::host::detail {
 
-struct ConfigState {
+// Snapshots of the user and network configuration; readers share the current one.
+class ConfigStore {
+  public:
     std::mutex mutex;
     std::shared_ptr<QXConfigMgr::CUserCfg> user =
         std::make_shared<QXConfigMgr::CUserCfg>(true, "KORVA Gateway");
@@ -16,21 +20,32 @@ struct ConfigState {
         std::make_shared<QXConfigMgr::CNetworkCfg>(QXConfigMgr::NetworkPorts{});
 };
 
-ConfigState& config() {
-    static ConfigState* s = new ConfigState;  // never destroyed: readable until exit
-    return *s;
+Owned<ConfigStore> makeConfigStore() {
+    return Owned<ConfigStore>(new ConfigStore);
+}
+template <>
+void PartDeleter<ConfigStore>::operator()(ConfigStore* part) const noexcept {
+    delete part;
+}
+
+}  // namespace korva::host::detail
+
+namespace {
+
+korva::host::detail::ConfigStore& config() {
+    return korva::host::detail::context().config();
 }
 
 }  // namespace
 
 std::shared_ptr<QXConfigMgr::CUserCfg> QX_ConfigMgr_GetUserCfg() {
-    ConfigState& s = config();
+    auto& s = config();
     std::lock_guard<std::mutex> lock(s.mutex);
     return s.user;
 }
 
 std::shared_ptr<QXConfigMgr::CNetworkCfg> QX_GatewayCfgBus_GetAccessProtocol() {
-    ConfigState& s = config();
+    auto& s = config();
     std::lock_guard<std::mutex> lock(s.mutex);
     return s.network;
 }
@@ -39,7 +54,7 @@ namespace korva::host {
 
 void setUserConfig(bool activated, const std::string& realm) {
     auto next = std::make_shared<QXConfigMgr::CUserCfg>(activated, realm);
-    ConfigState& s = config();
+    auto& s = config();
     std::lock_guard<std::mutex> lock(s.mutex);
     s.user = std::move(next);
 }
@@ -47,7 +62,7 @@ void setUserConfig(bool activated, const std::string& realm) {
 void setNetworkConfig(const std::optional<QXConfigMgr::NetworkPorts>& ports) {
     std::shared_ptr<QXConfigMgr::CNetworkCfg> next;
     if (ports) next = std::make_shared<QXConfigMgr::CNetworkCfg>(*ports);
-    ConfigState& s = config();
+    auto& s = config();
     std::lock_guard<std::mutex> lock(s.mutex);
     s.network = std::move(next);
 }

@@ -14,50 +14,59 @@
 #include <string>
 
 #include "gateway/hostlib/async_log_writer.h"
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_context.h"
+#include "gateway/hostlib/host_logging.h"
 #include "gateway/hostlib/log_rate_limiter.h"
 #include "host/qx_log.h"
 
-namespace {
-
-using korva::host::detail::AsyncLogWriter;
-using korva::host::detail::LogRateLimiter;
-
-std::atomic<int> g_level{4};
-
-struct SinkHolder {
-    std::mutex mutex;
-    std::shared_ptr<const korva::host::LogSink> sink;
-};
-
-SinkHolder& sinkHolder() {
-    static SinkHolder* holder = new SinkHolder;  // never destroyed: logging works until exit
-    return *holder;
-}
+namespace korva::host::detail {
 
 void writeAll(int fd, const std::string& bytes);
 
-void flushAtExit() {
-    korva::host::flushLog();
+// The log's shared state: the test sink, the stderr writer and the rate limit of level-5 lines.
+class LogService {
+  public:
+    std::shared_ptr<const LogSink> sink() {
+        std::lock_guard<std::mutex> lock(m_sinkMutex);
+        return m_sink;
+    }
+    void setSink(std::shared_ptr<const LogSink> sink) {
+        std::lock_guard<std::mutex> lock(m_sinkMutex);
+        m_sink = std::move(sink);
+    }
+
+    AsyncLogWriter& writer() { return m_writer; }
+    LogRateLimiter& failureLimiter() { return m_failureLimiter; }
+
+  private:
+    std::mutex m_sinkMutex;
+    std::shared_ptr<const LogSink> m_sink;
+    // Its destructor writes what is still queued.
+    AsyncLogWriter m_writer{kLogQueueBytes,
+                            [](const std::string& bytes) { writeAll(STDERR_FILENO, bytes); }};
+    LogRateLimiter m_failureLimiter{kLogCauseLinesPerSecond, std::chrono::seconds(1), 1024};
+};
+
+Owned<LogService> makeLogService() {
+    return Owned<LogService>(new LogService);
+}
+template <>
+void PartDeleter<LogService>::operator()(LogService* part) const noexcept {
+    delete part;
+}
+void flush(LogService& log) {
+    log.writer().flush(std::chrono::seconds(2));
 }
 
-// Never destroyed: lines may be logged until exit, when flushAtExit writes what is queued.
-AsyncLogWriter& stderrWriter() {
-    static AsyncLogWriter* writer = [] {
-        auto* created =
-            new AsyncLogWriter(korva::host::kLogQueueBytes,
-                               [](const std::string& bytes) { writeAll(STDERR_FILENO, bytes); });
-        std::atexit(flushAtExit);
-        return created;
-    }();
-    return *writer;
-}
+}  // namespace korva::host::detail
 
-LogRateLimiter& failureLimiter() {
-    static auto* limiter =
-        new LogRateLimiter(korva::host::kLogCauseLinesPerSecond, std::chrono::seconds(1), 1024);
-    return *limiter;
-}
+namespace {
+
+using korva::host::detail::context;
+using korva::host::detail::LogRateLimiter;
+using korva::host::detail::writeAll;
+
+std::atomic<int> g_level{4};
 
 // Local time with milliseconds: 2024-05-01T12:00:00.123+02:00.
 std::string logTime() {
@@ -78,7 +87,9 @@ std::string logTime() {
     return text;
 }
 
-void writeAll(int fd, const std::string& bytes) {
+}  // namespace
+
+void korva::host::detail::writeAll(int fd, const std::string& bytes) {
     size_t done = 0;
     while (done < bytes.size()) {
         const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
@@ -89,8 +100,6 @@ void writeAll(int fd, const std::string& bytes) {
         done += static_cast<size_t>(n);
     }
 }
-
-}  // namespace
 
 namespace {
 
@@ -116,12 +125,7 @@ std::string formatText(const char* format, va_list args) {
 
 // Hands one line to the test sink, or to the stderr writer as "<time> <level> [<tag>] <text>".
 void emit(int level, const std::string& tag, const std::string& text) {
-    std::shared_ptr<const korva::host::LogSink> sink;
-    {
-        SinkHolder& holder = sinkHolder();
-        std::lock_guard<std::mutex> lock(holder.mutex);
-        sink = holder.sink;
-    }
+    const std::shared_ptr<const korva::host::LogSink> sink = context().log().sink();
     if (sink) {
         (*sink)(level, tag, text);
         return;
@@ -134,7 +138,7 @@ void emit(int level, const std::string& tag, const std::string& text) {
     line += "] ";
     line += text;
     line += '\n';
-    stderrWriter().push(line);
+    context().log().writer().push(line);
 }
 
 }  // namespace
@@ -146,7 +150,8 @@ void QX_Log_Print(int level, const char* module, const char* format, ...) {
 
     if (level >= 5) {
         // One cause per format string: a flood of one failure must not bury the others.
-        const auto verdict = failureLimiter().admit(format, LogRateLimiter::Clock::now());
+        const auto verdict =
+            context().log().failureLimiter().admit(format, LogRateLimiter::Clock::now());
         if (!verdict.pass) {
             errno = savedErrno;
             return;
@@ -175,17 +180,16 @@ void setLogLevel(int level) {
 void setLogSink(LogSink sink) {
     std::shared_ptr<const LogSink> next;
     if (sink) next = std::make_shared<const LogSink>(std::move(sink));
-    SinkHolder& holder = sinkHolder();
-    std::lock_guard<std::mutex> lock(holder.mutex);
-    holder.sink = std::move(next);
+    detail::context().log().setSink(std::move(next));
 }
 
 void flushLog() {
-    stderrWriter().flush(std::chrono::seconds(2));
+    detail::flush(detail::context().log());
 }
 
 LogStats logStats() {
-    return {stderrWriter().dropped(), failureLimiter().suppressed()};
+    detail::LogService& log = detail::context().log();
+    return {log.writer().dropped(), log.failureLimiter().suppressed()};
 }
 
 }  // namespace korva::host

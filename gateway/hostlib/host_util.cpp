@@ -1,9 +1,9 @@
 // Host helpers: verifiable digest nonces and ISO 8601 time.
 #include "host/host_util.h"
 
+#include <openssl/core_names.h>
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
-#include <openssl/core_names.h>
 #include <openssl/params.h>
 #include <openssl/rand.h>
 
@@ -12,6 +12,7 @@
 #include <ctime>
 #include <mutex>
 
+#include "gateway/hostlib/host_context.h"
 #include "gateway/hostlib/host_nonce.h"
 #include "gateway/hostlib/runtime_clock.h"
 
@@ -25,11 +26,13 @@ constexpr size_t kMacBytes = 16;
 constexpr size_t kRawBytes = kStampBytes + kRandomBytes + kMacBytes;  // 32 -> 43 characters
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 
+}  // namespace
+
 // HMAC-SHA256 keyed with a per-process random secret. The MAC and digest are fetched and the key
 // set once; every use duplicates the keyed context (HMAC() would look both up by name each time).
-class NonceMac {
-public:
-    NonceMac() {
+class NonceKey {
+  public:
+    NonceKey() {
         unsigned char key[32];
         if (RAND_bytes(key, sizeof key) != 1) return;
         m_mac = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
@@ -45,10 +48,12 @@ public:
         }
         OPENSSL_cleanse(key, sizeof key);
     }
-    NonceMac(const NonceMac&) = delete;
-    NonceMac& operator=(const NonceMac&) = delete;
-    // Kept for the life of the process (nonces may be checked while static objects go away).
-    ~NonceMac() = default;
+    NonceKey(const NonceKey&) = delete;
+    NonceKey& operator=(const NonceKey&) = delete;
+    ~NonceKey() {
+        EVP_MAC_CTX_free(m_keyed);
+        EVP_MAC_free(m_mac);
+    }
 
     bool compute(const unsigned char* data, size_t length, unsigned char out[kMacBytes]) const {
         if (m_keyed == nullptr) return false;
@@ -73,14 +78,23 @@ public:
         return ok;
     }
 
-private:
+  private:
     EVP_MAC* m_mac = nullptr;
     EVP_MAC_CTX* m_keyed = nullptr;
 };
 
+Owned<NonceKey> makeNonceKey() {
+    return Owned<NonceKey>(new NonceKey);
+}
+template <>
+void PartDeleter<NonceKey>::operator()(NonceKey* part) const noexcept {
+    delete part;
+}
+
+namespace {
+
 bool mac(const unsigned char* data, size_t length, unsigned char out[kMacBytes]) {
-    static const NonceMac* const instance = new NonceMac;
-    return instance->compute(data, length, out);
+    return context().nonceKey().compute(data, length, out);
 }
 
 std::string encode(const unsigned char* bytes, size_t length) {
@@ -178,8 +192,9 @@ std::string GetCurTime8601(int utc) {
     }
     const long absOffset = offset < 0 ? -offset : offset;
     char text[96];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d%c%02d:%02d",
-                  tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec,
-                  offset < 0 ? '-' : '+', static_cast<int>(absOffset / 3600 % 100), static_cast<int>(absOffset % 3600 / 60));
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d%c%02d:%02d", tm.tm_year + 1900,
+                  tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec,
+                  offset < 0 ? '-' : '+', static_cast<int>(absOffset / 3600 % 100),
+                  static_cast<int>(absOffset % 3600 / 60));
     return text;
 }

@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "gateway/hostlib/exchange_backend.h"
+#include "gateway/hostlib/host_context.h"
 
 namespace QXHttpService {
 
@@ -57,8 +58,7 @@ bool CHttpExchange::isAttached() const {
 }
 
 ExchangeRegistry& ExchangeRegistry::instance() {
-    static ExchangeRegistry* registry = new ExchangeRegistry;  // never destroyed
-    return *registry;
+    return korva::host::detail::context().exchanges();
 }
 
 ExchangeRegistry::ExchangeRegistry(size_t capacity, int lastHandle)
@@ -141,3 +141,16 @@ size_t ExchangeRegistry::size() const {
 }
 
 }  // namespace QXHttpService
+
+namespace korva::host::detail {
+
+Owned<QXHttpService::ExchangeRegistry> makeExchangeRegistry() {
+    return Owned<QXHttpService::ExchangeRegistry>(new QXHttpService::ExchangeRegistry);
+}
+template <>
+void PartDeleter<QXHttpService::ExchangeRegistry>::operator()(
+    QXHttpService::ExchangeRegistry* part) const noexcept {
+    delete part;
+}
+
+}  // namespace korva::host::detail

@@ -18,9 +18,9 @@
 #include <unordered_map>
 #include <utility>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_clock.h"
+#include "gateway/hostlib/host_context.h"
 #include "gateway/hostlib/runtime_clock.h"
-#include "gateway/hostlib/runtime_internal.h"
 #include "host/kvl_runtime.h"
 
 namespace {
@@ -42,7 +42,13 @@ struct Timer {
     std::thread::id runner;
 };
 
-struct TimerState {
+}  // namespace
+
+namespace korva::host::detail {
+
+// The timers, the clocks and the timer thread (mutex guards all but the atomics).
+class TimerService {
+  public:
     std::mutex mutex;
     std::condition_variable wake;     // the timer thread: queue, clock mode or stop changed
     std::condition_variable runDone;  // a run ended
@@ -66,10 +72,22 @@ struct TimerState {
     std::atomic<int64_t> realOffset{0};  // added to the steady clock so it never goes backwards
 };
 
+Owned<TimerService> makeTimerService() {
+    return Owned<TimerService>(new TimerService);
+}
+template <>
+void PartDeleter<TimerService>::operator()(TimerService* part) const noexcept {
+    delete part;
+}
+
+}  // namespace korva::host::detail
+
+namespace {
+
+using TimerState = korva::host::detail::TimerService;
+
 TimerState& state() {
-    // Never destroyed: the timer thread may still run while static objects are torn down.
-    static TimerState* s = new TimerState;
-    return *s;
+    return korva::host::detail::context().timers();
 }
 
 uint64_t realMono(TimerState& s) {
@@ -83,7 +101,9 @@ void publishManual(TimerState& s) {
     s.manualMonoPublished.store(s.manualMono, std::memory_order_relaxed);
 }
 
-uint64_t nowLocked(TimerState& s) { return s.manual ? s.manualMono : realMono(s); }
+uint64_t nowLocked(TimerState& s) {
+    return s.manual ? s.manualMono : realMono(s);
+}
 
 // True when some timer runs on another thread than the caller (mutex held).
 bool otherRunInProgress(TimerState& s) {
@@ -118,8 +138,7 @@ void runFirst(TimerState& s, std::unique_lock<std::mutex>& lock) {
     s.wake.notify_all();
 }
 
-void timerThreadMain() {
-    TimerState& s = state();
+void timerThreadMain(TimerState& s) {
     std::unique_lock<std::mutex> lock(s.mutex);
     while (!s.stopping) {
         if (s.manual || s.queue.empty()) {
@@ -140,7 +159,7 @@ void timerThreadMain() {
 bool ensureThread(TimerState& s) {
     if (s.thread.joinable()) return true;
     try {
-        s.thread = std::thread(timerThreadMain);
+        s.thread = std::thread([&s] { timerThreadMain(s); });
         s.threadId = s.thread.get_id();
         return true;
     } catch (...) {
@@ -168,8 +187,7 @@ uint64_t monotonicMs() {
     return realMono(s);
 }
 
-void stopRuntimeThreads() {
-    TimerState& s = state();
+void stopThreads(TimerService& s) {
     std::thread thread;
     {
         std::lock_guard<std::mutex> lock(s.mutex);

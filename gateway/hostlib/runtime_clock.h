@@ -1,5 +1,5 @@
 // The host library's clocks, shared by the runtime tick, the timers, nonce ages and lock-outs.
-// Both follow the manual clock of host_control.h when it is in use.
+// Both follow the manual clock of host_clock.h when it is in use.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,13 @@
 #include "gateway/hostlib/task_queue.h"
 
 #include <algorithm>
+#include <atomic>
+#include <boost/asio/post.hpp>
+#include <boost/asio/thread_pool.hpp>
+#include <cassert>
+#include <future>
+#include <thread>
+#include <utility>
 
 namespace korva::host::detail {
 namespace {
@@ -10,6 +17,12 @@ thread_local const TaskQueue* t_currentQueue = nullptr;
 
 }  // namespace
 
+struct TaskQueue::Run {
+    explicit Run(size_t threads) : pool(threads) {}
+    boost::asio::thread_pool pool;
+    std::atomic<size_t> waiting{0};  // posted tasks that have not started
+};
+
 TaskQueue::TaskQueue(std::string name, size_t threads, size_t capacity)
     : m_name(std::move(name)), m_threadCount(std::max<size_t>(threads, 1)), m_capacity(capacity) {}
 
@@ -17,73 +30,58 @@ TaskQueue::~TaskQueue() {
     stop();
 }
 
+std::shared_ptr<TaskQueue::Run> TaskQueue::runLocked() {
+    if (!m_run) m_run = std::make_shared<Run>(m_threadCount);
+    return m_run;
+}
+
 bool TaskQueue::post(std::function<void()> task) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_capacity != 0 && m_tasks.size() >= m_capacity) return false;
-    if (m_threads.empty()) startLocked();
-    m_tasks.push_back(Entry{m_nextSeq++, std::move(task)});
-    m_wake.notify_one();
+    Run* run = runLocked().get();
+    if (m_capacity != 0 && run->waiting.load() >= m_capacity) return false;
+    run->waiting.fetch_add(1);
+    // The pool outlives its handlers: stop() joins it before the Run goes.
+    boost::asio::post(run->pool, [this, run, task = std::move(task)] {
+        run->waiting.fetch_sub(1);
+        const TaskQueue* outer = std::exchange(t_currentQueue, this);
+        task();
+        t_currentQueue = outer;
+    });
     return true;
 }
 
-void TaskQueue::startLocked() {
-    m_threads.reserve(m_threadCount);
-    for (size_t i = 0; i < m_threadCount; ++i)
-        m_threads.emplace_back([this, generation = m_generation] { run(generation); });
-}
-
-bool TaskQueue::doneUpToLocked(uint64_t seq) const {
-    bool queuedBefore = !m_tasks.empty() && m_tasks.front().seq <= seq;
-    bool runningBefore = !m_running.empty() && *m_running.begin() <= seq;
-    return !queuedBefore && !runningBefore;
-}
-
 void TaskQueue::flush() {
+    assert(m_threadCount == 1);
     if (onQueueThread()) return;
-    std::unique_lock<std::mutex> lock(m_mutex);
-    const uint64_t last = m_nextSeq - 1;
-    m_finished.wait(lock, [&] { return doneUpToLocked(last); });
+    auto reached = std::make_shared<std::promise<void>>();
+    std::future<void> done = reached->get_future();
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_run) return;
+        // A marker after every task posted so far; dropped by stop, it breaks its promise.
+        boost::asio::post(m_run->pool, [reached] { reached->set_value(); });
+    }
+    done.wait();
 }
 
 void TaskQueue::stop() {
-    std::vector<std::thread> threads;
+    std::shared_ptr<Run> run;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        ++m_generation;
-        m_tasks.clear();
-        threads.swap(m_threads);
-        m_wake.notify_all();
-        m_finished.notify_all();
+        run.swap(m_run);
     }
-    for (auto& thread : threads) {
-        if (thread.get_id() == std::this_thread::get_id()) {
-            thread.detach();
-        } else {
-            thread.join();
-        }
+    if (!run) return;
+    run->pool.stop();
+    if (onQueueThread()) {
+        // This thread cannot join itself: another one joins the pool once this task returns.
+        std::thread([run] { run->pool.join(); }).detach();
+        return;
     }
+    run->pool.join();
 }
 
 bool TaskQueue::onQueueThread() const {
     return t_currentQueue == this;
-}
-
-void TaskQueue::run(uint64_t generation) {
-    t_currentQueue = this;
-    std::unique_lock<std::mutex> lock(m_mutex);
-    for (;;) {
-        m_wake.wait(lock, [&] { return m_generation != generation || !m_tasks.empty(); });
-        if (m_generation != generation) return;
-        Entry entry = std::move(m_tasks.front());
-        m_tasks.pop_front();
-        auto running = m_running.insert(entry.seq);
-        lock.unlock();
-        entry.task();
-        entry.task = nullptr;  // release captures before taking the lock again
-        lock.lock();
-        m_running.erase(running);
-        m_finished.notify_all();
-    }
 }
 
 }  // namespace korva::host::detail

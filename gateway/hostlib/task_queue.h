@@ -1,17 +1,16 @@
-// A FIFO of tasks run by a fixed number of threads: the host's bus workers, the alarm delivery
-// thread and the device notification thread are each one TaskQueue.
+// A FIFO of tasks run by a fixed number of threads (an asio::thread_pool), with a bound on the
+// tasks waiting: the host's bus workers, the alarm delivery thread and the device notification
+// thread are each one TaskQueue.
+//
+// Thread safety: every member may be called from any thread, concurrently. stop() from one of
+// the queue's own threads is allowed (that thread finishes its task and then ends).
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
-#include <cstdint>
-#include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
-#include <set>
 #include <string>
-#include <thread>
-#include <vector>
 
 namespace korva::host::detail {
 
@@ -24,43 +23,32 @@ class TaskQueue {
     TaskQueue(const TaskQueue&) = delete;
     TaskQueue& operator=(const TaskQueue&) = delete;
 
-    // Queues a task. False when the queue is full (the task is dropped). Tasks run in posting
-    // order; with one thread they also finish in that order. A task must not throw.
+    // Queues a task. False when `capacity` tasks already wait (the task is dropped). Tasks start
+    // in posting order; with one thread they also finish in that order. A task must not throw.
     bool post(std::function<void()> task);
 
-    // Blocks until every task posted before the call has finished. Returns at once when called
-    // from one of the queue's own threads (waiting there could never end).
+    // Blocks until every task posted before the call has finished. Only for a queue of one
+    // thread (where finishing follows posting order). Returns at once when called from the
+    // queue's own thread (waiting there could never end) or when stop() drops the tasks.
     void flush();
 
-    // Joins the threads and drops the tasks still waiting. A later post starts new threads.
-    // Called from one of the queue's own threads, that thread is detached instead of joined.
+    // Ends the threads and drops the tasks still waiting. A later post starts new threads.
     void stop();
 
     // True on one of this queue's threads.
     bool onQueueThread() const;
 
   private:
-    struct Entry {
-        uint64_t seq;
-        std::function<void()> task;
-    };
+    struct Run;  // one thread pool, from the first post until stop
 
-    void startLocked();
-    void run(uint64_t generation);
-    bool doneUpToLocked(uint64_t seq) const;
+    std::shared_ptr<Run> runLocked();
 
     const std::string m_name;
     const size_t m_threadCount;
     const size_t m_capacity;
 
-    mutable std::mutex m_mutex;
-    std::condition_variable m_wake;      // tasks queued or stop requested
-    std::condition_variable m_finished;  // a task finished or the queue was emptied
-    std::deque<Entry> m_tasks;
-    std::multiset<uint64_t> m_running;  // sequence numbers of tasks being run
-    std::vector<std::thread> m_threads;
-    uint64_t m_nextSeq = 1;
-    uint64_t m_generation = 0;  // bumped by stop; threads of an older generation leave
+    mutable std::mutex m_mutex;  // guards m_run (the pointer)
+    std::shared_ptr<Run> m_run;
 };
 
 }  // namespace korva::host::detail

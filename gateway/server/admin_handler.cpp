@@ -7,7 +7,8 @@
 
 #include "gateway/console/console_assets.h"
 #include "gateway/hostlib/hex_digit.h"
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_alarms.h"
+#include "gateway/hostlib/host_devices.h"
 #include "gateway/hostlib/json_text.h"
 #include "gateway/server/admin_events.h"
 #include "gateway/server/connection_registry.h"

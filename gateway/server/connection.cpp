@@ -2,13 +2,15 @@
 
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/strand.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/string.hpp>
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/read.hpp>
+#include <cassert>
 #include <string_view>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_logging.h"
 #include "gateway/hostlib/log_rate_limiter.h"
 #include "gateway/server/connection_registry.h"
 #include "gateway/server/metrics.h"
@@ -99,6 +101,14 @@ Connection::~Connection() {
     m_registry.remove(m_id);
 }
 
+bool Connection::onStrand() {
+    // The listener gives each accepted socket a strand of the I/O context.
+    using Strand = net::strand<net::io_context::executor_type>;
+    const auto executor = m_stream.get_executor();
+    const Strand* strand = executor.target<Strand>();
+    return strand != nullptr && strand->running_in_this_thread();
+}
+
 void Connection::start() {
     net::dispatch(executor(), [self = shared_from_this()] { self->openSession(); });
 }
@@ -134,6 +144,7 @@ void Connection::onHandshake(const HandshakeResult& result) {
 }
 
 void Connection::readRequest() {
+    assert(onStrand());
     if (closed()) return;
     if (m_registry.draining()) return closeNow();
     setPhase(Phase::kReading);
@@ -237,6 +248,7 @@ void Connection::onRead(error_code ec) {
 }
 
 void Connection::handOver(HttpRequest&& request) {
+    assert(onStrand());
     try {
         m_handler.onRequest(shared_from_this(), std::move(request));
         return;
@@ -297,6 +309,7 @@ void Connection::refuse(int status, const std::string& text) {
 }
 
 void Connection::answer(int status, const HeaderList& headers, const std::string& body) {
+    assert(onStrand());
     if (closed() || m_answered) return;
     m_answered = true;
     m_answerTimer.cancel();
@@ -398,6 +411,7 @@ void Connection::close() {
 }
 
 void Connection::enqueue(std::shared_ptr<WriteJob> job) {
+    assert(onStrand());
     // A stream part goes out only on the stream of its own request, after that stream's head.
     const bool foreignPart =
         job->streamPart() && (!m_streaming || job->serial() != m_requestSerial);
@@ -411,6 +425,7 @@ void Connection::enqueue(std::shared_ptr<WriteJob> job) {
 }
 
 void Connection::writeNext() {
+    assert(onStrand());
     while (!m_queue.empty()) {
         auto job = std::move(m_queue.front());
         m_queue.pop_front();
@@ -584,6 +599,7 @@ void Connection::logAccess(int status, std::size_t bytes) {
 }
 
 void Connection::closeNow() {
+    assert(onStrand());
     if (m_closedFlag.exchange(true)) return;
     setPhase(Phase::kClosed);
     m_requestTimer.cancel();

@@ -173,6 +173,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     void noteAccess(const HttpRequest::header_type& head);
     void logAccess(int status, std::size_t bytes);
     void setPhase(Phase phase) { m_phase.store(phase, std::memory_order_release); }
+    // True on the connection's strand; the strand-only members assert it (debug builds).
+    bool onStrand();
 
     boost::beast::tcp_stream& tcp() { return m_transport->tcp(); }
     // The connection's strand: every handler of this connection runs there.

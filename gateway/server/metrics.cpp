@@ -2,7 +2,8 @@
 
 #include <sstream>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_devices.h"
+#include "gateway/hostlib/host_logging.h"
 
 namespace korva::gateway {
 

@@ -11,7 +11,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_devices.h"
 #include "gateway/sim/sim_scheduler.h"
 
 namespace korva::sim {

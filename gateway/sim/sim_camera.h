@@ -14,7 +14,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_devices.h"
 #include "gateway/sim/camera_ptz.h"
 #include "gateway/sim/camera_streams.h"
 #include "gateway/sim/recording_index.h"

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "gateway/hostlib/exchange_backend.h"
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_devices.h"
 #include "host/exchange_holder.h"
 
 namespace korva::testing {

@@ -5,6 +5,11 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "gateway/hostlib/host_alarms.h"
+#include "gateway/hostlib/host_auth.h"
+#include "gateway/hostlib/host_clock.h"
+#include "gateway/hostlib/host_config.h"
+#include "gateway/hostlib/host_devices.h"
 #include "gateway/testing/harness.h"
 #include "host/host_util.h"
 

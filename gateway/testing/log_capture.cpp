@@ -1,4 +1,5 @@
 // LogCapture: host log lines collected in memory for a test.
+#include "gateway/hostlib/host_logging.h"
 #include "gateway/testing/harness.h"
 
 namespace korva::testing {

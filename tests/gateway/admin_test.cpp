@@ -4,7 +4,7 @@
 
 #include <future>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_alarms.h"
 #include "gateway/server/admin_handler.h"
 #include "gateway/server/connection_registry.h"
 #include "gateway/server/metrics.h"

@@ -6,6 +6,7 @@
 
 #include <atomic>
 
+#include "gateway/hostlib/host_alarms.h"
 #include "gateway/testing/harness.h"
 #include "tests/host/bus_test_support.h"
 

@@ -11,7 +11,9 @@
 #include <memory>
 
 #include "gateway/hostlib/exchange_backend.h"
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_alarms.h"
+#include "gateway/hostlib/host_devices.h"
+#include "gateway/hostlib/host_lifetime.h"
 #include "gateway/testing/harness.h"
 #include "host/device_mgr.h"
 #include "tests/host/bus_test_support.h"
@@ -186,7 +188,6 @@ TEST_F(DeviceCfgBusTest, ConcurrentRelaysEachCompleteOnce) {
     std::this_thread::sleep_for(100ms);
     for (size_t n = 0; n < counts.size(); ++n) EXPECT_EQ(1, counts[n].load()) << "relay " << n;
 }
-
 
 // A request of one client: its registered exchange and the probe of its relay.
 struct ClientRequest {

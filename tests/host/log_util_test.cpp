@@ -12,7 +12,8 @@
 #include <vector>
 
 #include "gateway/hostlib/async_log_writer.h"
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_config.h"
+#include "gateway/hostlib/host_logging.h"
 #include "gateway/hostlib/log_rate_limiter.h"
 #include "host/config_mgr.h"
 #include "host/host_util.h"

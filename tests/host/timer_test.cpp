@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "gateway/hostlib/host_control.h"
-#include "gateway/hostlib/runtime_internal.h"
+#include "gateway/hostlib/host_clock.h"
+#include "gateway/hostlib/host_context.h"
 #include "host/kvl_runtime.h"
 #include "host/kvl_timer.h"
 
@@ -37,10 +37,10 @@ int record(uint32_t timerId, void* user) {
 }
 
 class ManualClock : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { korva::host::useManualClock(1000); }
     void TearDown() override {
-        korva::host::detail::stopRuntimeThreads();
+        korva::host::detail::stopThreads(korva::host::detail::context().timers());
         korva::host::useRealClock();
     }
 };
@@ -98,7 +98,7 @@ TEST_F(ManualClock, TimersEndOnKillFromTheirRoutineOrOnStopAndRefuseBadArguments
 
     Recorder forgotten;  // stopping the runtime forgets every timer
     ASSERT_EQ(KVL_SetTimer(record, &forgotten, 100, &forgotten.id, 0), 0);
-    korva::host::detail::stopRuntimeThreads();
+    korva::host::detail::stopThreads(korva::host::detail::context().timers());
     korva::host::advanceClock(1000);
     EXPECT_TRUE(forgotten.ticks.empty());
     EXPECT_EQ(KVL_KillTimer(forgotten.id), -1);
@@ -139,7 +139,7 @@ TEST(RealClockTimer, KillWaitsForARunInProgressAndRunsNeverOverlap) {
     std::this_thread::sleep_for(std::chrono::milliseconds(60));
     EXPECT_EQ(s.runs.load(), runs);  // never again
     EXPECT_FALSE(s.overlapped.load());
-    korva::host::detail::stopRuntimeThreads();
+    korva::host::detail::stopThreads(korva::host::detail::context().timers());
 }
 
 TEST(RealClockTimer, ManualClockTakesOverAndHandsBack) {
@@ -151,5 +151,5 @@ TEST(RealClockTimer, ManualClockTakesOverAndHandsBack) {
     EXPECT_EQ(r.ticks.size(), 1u);
     korva::host::useRealClock();
     EXPECT_EQ(KVL_KillTimer(r.id), 0);
-    korva::host::detail::stopRuntimeThreads();
+    korva::host::detail::stopThreads(korva::host::detail::context().timers());
 }

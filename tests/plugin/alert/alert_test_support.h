@@ -12,7 +12,10 @@
 #include <thread>
 #include <vector>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_alarms.h"
+#include "gateway/hostlib/host_auth.h"
+#include "gateway/hostlib/host_clock.h"
+#include "gateway/hostlib/host_devices.h"
 #include "gateway/testing/harness.h"
 #include "plugin/alert/event_pto.h"
 

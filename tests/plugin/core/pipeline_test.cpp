@@ -3,7 +3,9 @@
 
 #include <regex>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_auth.h"
+#include "gateway/hostlib/host_config.h"
+#include "gateway/hostlib/host_devices.h"
 #include "gateway/testing/harness.h"
 #include "test_handlers.h"
 

@@ -5,7 +5,6 @@
 #include <thread>
 #include <vector>
 
-#include "gateway/hostlib/host_control.h"
 #include "gateway/testing/harness.h"
 #include "plugin/relay/device_cfg_context.h"
 #include "test_handlers.h"

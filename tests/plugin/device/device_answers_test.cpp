@@ -1,7 +1,7 @@
 // Device answers converted to KORVA documents by the device-resource handlers.
 #include <gtest/gtest.h>
 
-#include "gateway/hostlib/host_control.h"
+#include "gateway/hostlib/host_config.h"
 #include "gateway/testing/harness.h"
 #include "tests/plugin/device/device_test_support.h"
 
@@ -33,7 +33,7 @@ struct AnswerCase {
     const char* url;
     std::string answer;
     int result;
-    std::string tree;  // of the document; unchecked when the result is not 0
+    std::string tree;           // of the document; unchecked when the result is not 0
     const char* log = nullptr;  // logged at level 5 for a failure, 4 for a success
 };
 const std::string kInfo =
