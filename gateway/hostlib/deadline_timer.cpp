@@ -47,7 +47,7 @@ uint64_t DeadlineTimer::schedule(Clock::time_point when, std::function<void()> r
     timer->async_wait([owner, id, routine = std::move(routine)](const boost::system::error_code&) {
         std::shared_ptr<asio::steady_timer> mine;
         {
-            std::lock_guard<std::mutex> lock(owner->mutex);
+            std::lock_guard<std::mutex> guard(owner->mutex);
             auto found = owner->timers.find(id);
             if (found == owner->timers.end()) return;  // cancelled
             mine = std::move(found->second);

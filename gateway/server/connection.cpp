@@ -104,8 +104,8 @@ Connection::~Connection() {
 bool Connection::onStrand() {
     // The listener gives each accepted socket a strand of the I/O context.
     using Strand = net::strand<net::io_context::executor_type>;
-    const auto executor = m_stream.get_executor();
-    const Strand* strand = executor.target<Strand>();
+    const auto current = executor();
+    const Strand* strand = current.target<Strand>();
     return strand != nullptr && strand->running_in_this_thread();
 }
 
