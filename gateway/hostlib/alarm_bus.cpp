@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <unordered_set>
 #include <vector>
 
 #include "gateway/hostlib/bus_internal.h"
@@ -99,9 +100,17 @@ struct Subscription {
     void* user = nullptr;
     bool started = false;
     std::vector<std::string> devices;  // in order of addition, no duplicates
+    // The same devices as a set: delivery asks once per alarm, in constant time.
+    std::unordered_set<std::string> deviceSet;
 
-    bool includes(const std::string& devIndex) const {
-        return std::find(devices.begin(), devices.end(), devIndex) != devices.end();
+    bool includes(const std::string& devIndex) const { return deviceSet.count(devIndex) != 0; }
+    void add(const std::string& devIndex) {
+        if (deviceSet.insert(devIndex).second) devices.push_back(devIndex);
+    }
+    bool erase(const std::string& devIndex) {
+        if (deviceSet.erase(devIndex) == 0) return false;
+        std::erase(devices, devIndex);
+        return true;
     }
 };
 
@@ -119,7 +128,9 @@ class AlarmBus {
         if (!devices) return answer(reply, kBadArguments);
         std::lock_guard<std::mutex> lock(m_mutex);
         const int id = m_nextId++;
-        m_subscriptions[id] = Subscription{callback, user, false, std::move(*devices)};
+        Subscription& subscription = m_subscriptions[id];
+        subscription = Subscription{callback, user, false, {}};
+        for (const std::string& devIndex : *devices) subscription.add(devIndex);
         *subscribeId = id;
         if (reply != nullptr) {
             *reply = R"({"statusCode":1,"statusString":"OK","subStatusCode":"ok","subscribeId":)" +
@@ -143,7 +154,7 @@ class AlarmBus {
         std::lock_guard<std::mutex> lock(m_mutex);
         Subscription* subscription = findLocked(id);
         if (subscription == nullptr) return answer(reply, kUnknownSubscription);
-        if (!subscription->includes(devIndex)) subscription->devices.push_back(devIndex);
+        subscription->add(devIndex);
         return answer(reply, kOk);
     }
 
@@ -151,7 +162,7 @@ class AlarmBus {
         std::lock_guard<std::mutex> lock(m_mutex);
         Subscription* subscription = findLocked(id);
         if (subscription == nullptr) return answer(reply, kUnknownSubscription);
-        if (std::erase(subscription->devices, devIndex) == 0) return answer(reply, kUnknownDevice);
+        if (!subscription->erase(devIndex)) return answer(reply, kUnknownDevice);
         return answer(reply, kOk);
     }
 

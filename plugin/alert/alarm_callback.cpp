@@ -4,6 +4,7 @@
 #include <json/value.h>
 
 #include "plugin/alert/alarm_translation.h"
+#include "plugin/alert/alert_part.h"
 #include "plugin/alert/event_pto.h"
 #include "plugin/pipeline/json_access.h"
 #include "plugin/pipeline/plugin_log.h"
@@ -30,8 +31,8 @@ bool alarmDevice(const Json::Value& root, std::string* devIndex) {
 }  // namespace
 
 // Runs on the bus's delivery thread. The alarm is parsed and translated once; each stream gets
-// its own copy of the text. Streams whose head has not gone out yet are skipped. Only the
-// stream table's read side is taken, so a slow client never holds up the bus.
+// the same framed part, built once and shared. Streams whose head has not gone out yet are skipped.
+// Only the stream table's read side is taken, so a slow client never holds up the bus.
 int CEventPto::fAlarmDataCallBack(const char* data, int length, void* user) {
     auto* service = static_cast<CEventPto*>(user);
     if (service == nullptr || data == nullptr || length <= 0) {
@@ -46,8 +47,11 @@ int CEventPto::fAlarmDataCallBack(const char* data, int length, void* user) {
         std::string xml;
         std::string devIndex;
         if (!translateAlarm(root, &xml) || !alarmDevice(root, &devIndex)) return -1;
-        for (const SessionPtr& stream : service->findStreamsByDevice(devIndex)) {
-            if (stream->isOpen() && !service->queuePart(stream, xml)) return -1;
+        const std::vector<SessionPtr> streams = service->findStreamsByDevice(devIndex);
+        if (streams.empty()) return length;
+        const SharedAlertPart part = makeSharedAlertPart(xml);
+        for (const SessionPtr& stream : streams) {
+            if (stream->isOpen() && !service->queuePart(stream, part)) return -1;
         }
         return length;
     } catch (...) {

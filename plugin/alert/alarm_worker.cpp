@@ -1,6 +1,7 @@
 // CEventPto's workers: each queued part is framed and written to its stream's connection, one
 // writer per stream at a time; broken links and full queues end the stream.
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -20,19 +21,25 @@ std::string buildAlertPart(const std::string& xml) {
                   "--boundary\r\nContent-Type: application/xml; charset=\"UTF-8\"\r\n"
                   "Content-Length: %d\r\n\r\n",
                   static_cast<int>(xml.size()));
-    std::string part(header);
+    std::string part;
+    const std::size_t headerBytes = std::strlen(header);
+    part.reserve(headerBytes + xml.size());
+    part.append(header, headerBytes);
     part += xml;
     return part;
+}
+
+SharedAlertPart makeSharedAlertPart(const std::string& xml) {
+    return std::make_shared<const AlertPartText>(AlertPartText{buildAlertPart(xml), xml.size()});
 }
 
 namespace {
 
 enum class WriteResult { kComplete, kBroken, kIncomplete };
 
-// Writes the part of xml to the stream's connection and updates its link statistics: a
+// Writes the framed part to the stream's connection and updates its link statistics: a
 // complete write resets the quiet time and the failure count, an incomplete one counts.
-WriteResult sendPart(CAlertStreamSession& stream, const std::string& xml) {
-    const std::string part = buildAlertPart(xml);
+WriteResult sendPart(CAlertStreamSession& stream, const std::string& part) {
     QXHttpService::CHttpExchange exchange(stream.getHttpHandle());
     const int written = exchange.response(part.data(), static_cast<int>(part.size()));
     if (written == static_cast<int>(part.size())) {
@@ -65,9 +72,9 @@ int CEventPto::fAlarmProcessThread(void* item) {
     }
     for (std::unique_ptr<CAlarmParam> owned = std::move(param); owned != nullptr;
          owned = stream->popPart()) {
-        const std::size_t bytes = owned->getAlarmXml().size();
+        const std::size_t bytes = owned->getDocumentBytes();
         const bool broken =
-            !stream->ended() && sendPart(*stream, owned->getAlarmXml()) == WriteResult::kBroken;
+            !stream->ended() && sendPart(*stream, owned->getWire()) == WriteResult::kBroken;
         stream->partDone(bytes);
         if (!broken || !stream->end()) continue;
         CEventPto* owner = owned->getUserPtr();
@@ -81,8 +88,8 @@ int CEventPto::fAlarmProcessThread(void* item) {
     return 0;
 }
 
-bool CEventPto::queuePart(const SessionPtr& stream, std::string xml) {
-    std::unique_ptr<CAlarmParam> item(new (std::nothrow) CAlarmParam(std::move(xml), stream, this));
+bool CEventPto::queuePart(const SessionPtr& stream, const SharedAlertPart& part) {
+    std::unique_ptr<CAlarmParam> item(new (std::nothrow) CAlarmParam(part, stream, this));
     if (item == nullptr) {
         QXW_LOG(5, "new CAlarmParam failed.");
         return false;

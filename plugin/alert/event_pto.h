@@ -36,6 +36,7 @@
 #include "host/kvl_mutex.h"
 #include "host/kvl_thread_pool.h"
 #include "host/rw_lock.h"
+#include "plugin/alert/alert_part.h"
 #include "plugin/alert/alert_stream_session.h"
 #include "plugin/alert/singleton.h"
 #include "plugin/alert/stream_table.h"
@@ -88,10 +89,10 @@ class CEventPto : public CProtocolBase, public CSingleton<CEventPto> {
     uint32_t getHeartBeatTimerId() const { return heartBeatTimerId; }
     uint32_t getAbnormalTimerId() const { return abnormalTimerId; }
 
-    // Queues the document xml as a part of stream (see CAlertStreamSession::pushPart): a full
-    // stream queue ends the stream as a broken link does. False only when the part could not be
-    // allocated.
-    bool queuePart(const SessionPtr& stream, std::string xml);
+    // Queues the framed part for stream (see CAlertStreamSession::pushPart); the text is shared,
+    // not copied. A full stream queue ends the stream as a broken link does. False only when the
+    // queue entry could not be allocated.
+    bool queuePart(const SessionPtr& stream, const SharedAlertPart& part);
     // Hands item to the worker pool. False when the pool refused it; the item is then freed.
     bool queueAlarmParam(std::unique_ptr<CAlarmParam> item);
 
