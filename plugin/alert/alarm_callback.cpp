@@ -3,6 +3,7 @@
 #include <json/reader.h>
 #include <json/value.h>
 
+#include "plugin/alert/alarm_param.h"
 #include "plugin/alert/alarm_translation.h"
 #include "plugin/alert/alert_part.h"
 #include "plugin/alert/event_pto.h"
@@ -31,7 +32,8 @@ bool alarmDevice(const Json::Value& root, std::string* devIndex) {
 }  // namespace
 
 // Runs on the bus's delivery thread. The alarm is parsed and translated once; each stream gets
-// the same framed part, built once and shared. Streams whose head has not gone out yet are skipped.
+// the same framed part, built once and shared, and the writer turns it starts go to the worker
+// pool as one item. Streams whose head has not gone out yet are skipped.
 // Only the stream table's read side is taken, so a slow client never holds up the bus.
 int CEventPto::fAlarmDataCallBack(const char* data, int length, void* user) {
     auto* service = static_cast<CEventPto*>(user);
@@ -50,10 +52,14 @@ int CEventPto::fAlarmDataCallBack(const char* data, int length, void* user) {
         const std::vector<SessionPtr> streams = service->findStreamsByDevice(devIndex);
         if (streams.empty()) return length;
         const SharedAlertPart part = makeSharedAlertPart(xml);
+        // The streams that start a writer turn go to the pool together, in one item.
+        std::unique_ptr<CAlarmParam> turns;
+        bool queued = true;
         for (const SessionPtr& stream : streams) {
-            if (stream->isOpen() && !service->queuePart(stream, part)) return -1;
+            if (stream->isOpen() && !(queued = service->queuePart(stream, part, &turns))) break;
         }
-        return length;
+        service->startTurns(std::move(turns));
+        return queued ? length : -1;
     } catch (...) {
         return -1;
     }

@@ -35,6 +35,10 @@ class CAlarmParam {
     // Drops the stream reference; used once the part waits in its stream's own queue, which
     // would otherwise keep the stream alive through itself.
     void releaseStream() { m_stream.reset(); }
+    // The first part of another stream's writer turn handed to the pool in the same item
+    // (null at the end of the list); takeNextTurn unlinks it.
+    void setNextTurn(std::unique_ptr<CAlarmParam> next) { m_nextTurn = std::move(next); }
+    std::unique_ptr<CAlarmParam> takeNextTurn() { return std::move(m_nextTurn); }
 
   private:
     friend class CAlertStreamSession;  // links queued parts
@@ -42,7 +46,8 @@ class CAlarmParam {
     SharedAlertPart m_part;  // never null
     std::shared_ptr<CAlertStreamSession> m_stream;
     CEventPto* m_owner;
-    std::unique_ptr<CAlarmParam> m_next;  // the next part in the stream's queue
+    std::unique_ptr<CAlarmParam> m_next;      // the next part in the stream's queue
+    std::unique_ptr<CAlarmParam> m_nextTurn;  // the next turn of the same pool item
 };
 
 }  // namespace QXKORVAProtocol
