@@ -93,10 +93,16 @@ int CEventPto::fAlarmProcessThread(void* item) {
     while (next != nullptr) {
         std::unique_ptr<CAlarmParam> following = next->takeNextTurn();
         SessionPtr stream = next->getAlertStreamSession();
-        if (stream) {
-            turns.push_back({std::move(stream), std::move(next)});
-        } else {
+        if (!stream) {
             QXW_LOG(5, "getAlertStreamSession failed");
+        } else {
+            try {
+                if (turns.size() == turns.capacity()) turns.reserve(2 * turns.size() + 2);
+                turns.push_back({stream, std::move(next)});  // cannot throw: room is there
+            } catch (const std::bad_alloc&) {
+                // No room for the rotation: this turn runs to its end on its own, now.
+                for (; next != nullptr; next = stream->popPart()) writeTurnPart(*stream, *next);
+            }
         }
         next = std::move(following);
     }
