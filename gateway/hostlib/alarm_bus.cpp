@@ -129,7 +129,8 @@ class AlarmBus {
         std::lock_guard<std::mutex> lock(m_mutex);
         const int id = m_nextId++;
         Subscription& subscription = m_subscriptions[id];
-        subscription = Subscription{callback, user, false, {}};
+        subscription.callback = callback;  // a new entry: ids are never reused
+        subscription.user = user;
         for (const std::string& devIndex : *devices) subscription.add(devIndex);
         *subscribeId = id;
         if (reply != nullptr) {
