@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <unordered_set>
 #include <vector>
 
 #include "gateway/hostlib/host_alarms.h"
@@ -100,9 +101,17 @@ struct Subscription {
     void* user = nullptr;
     bool started = false;
     std::vector<std::string> devices;  // in order of addition, no duplicates
+    // The same devices as a set: delivery asks once per alarm, in constant time.
+    std::unordered_set<std::string> deviceSet;
 
-    bool includes(const std::string& devIndex) const {
-        return std::find(devices.begin(), devices.end(), devIndex) != devices.end();
+    bool includes(const std::string& devIndex) const { return deviceSet.count(devIndex) != 0; }
+    void add(const std::string& devIndex) {
+        if (deviceSet.insert(devIndex).second) devices.push_back(devIndex);
+    }
+    bool erase(const std::string& devIndex) {
+        if (deviceSet.erase(devIndex) == 0) return false;
+        std::erase(devices, devIndex);
+        return true;
     }
 };
 
@@ -122,7 +131,10 @@ class AlarmBus {
         if (!devices) return answer(reply, kBadArguments);
         MutexLock lock(m_mutex);
         const int id = m_nextId++;
-        m_subscriptions[id] = Subscription{callback, user, false, std::move(*devices)};
+        Subscription& subscription = m_subscriptions[id];
+        subscription.callback = callback;  // a new entry: ids are never reused
+        subscription.user = user;
+        for (const std::string& devIndex : *devices) subscription.add(devIndex);
         *subscribeId = id;
         if (reply != nullptr) {
             *reply = R"({"statusCode":1,"statusString":"OK","subStatusCode":"ok","subscribeId":)" +
@@ -146,7 +158,7 @@ class AlarmBus {
         MutexLock lock(m_mutex);
         Subscription* subscription = findLocked(id);
         if (subscription == nullptr) return answer(reply, kUnknownSubscription);
-        if (!subscription->includes(devIndex)) subscription->devices.push_back(devIndex);
+        subscription->add(devIndex);
         return answer(reply, kOk);
     }
 
@@ -154,7 +166,7 @@ class AlarmBus {
         MutexLock lock(m_mutex);
         Subscription* subscription = findLocked(id);
         if (subscription == nullptr) return answer(reply, kUnknownSubscription);
-        if (std::erase(subscription->devices, devIndex) == 0) return answer(reply, kUnknownDevice);
+        if (!subscription->erase(devIndex)) return answer(reply, kUnknownDevice);
         return answer(reply, kOk);
     }
 

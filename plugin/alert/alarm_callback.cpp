@@ -3,7 +3,9 @@
 #include <json/reader.h>
 #include <json/value.h>
 
+#include "plugin/alert/alarm_param.h"
 #include "plugin/alert/alarm_translation.h"
+#include "plugin/alert/alert_part.h"
 #include "plugin/alert/event_pto.h"
 #include "plugin/pipeline/json_access.h"
 #include "plugin/pipeline/plugin_log.h"
@@ -30,8 +32,9 @@ bool alarmDevice(const Json::Value& root, std::string* devIndex) {
 }  // namespace
 
 // Runs on the bus's delivery thread. The alarm is parsed and translated once; each stream gets
-// its own copy of the text. Streams whose head has not gone out yet are skipped. Only the
-// stream table's read side is taken, so a slow client never holds up the bus.
+// the same framed part, built once and shared, and the writer turns it starts go to the worker
+// pool as one item. Streams whose head has not gone out yet are skipped.
+// Only the stream table's read side is taken, so a slow client never holds up the bus.
 int CEventPto::fAlarmDataCallBack(const char* data, int length, void* user) {
     auto* service = static_cast<CEventPto*>(user);
     if (service == nullptr || data == nullptr || length <= 0) {
@@ -46,10 +49,17 @@ int CEventPto::fAlarmDataCallBack(const char* data, int length, void* user) {
         std::string xml;
         std::string devIndex;
         if (!translateAlarm(root, &xml) || !alarmDevice(root, &devIndex)) return -1;
-        for (const SessionPtr& stream : service->findStreamsByDevice(devIndex)) {
-            if (stream->isOpen() && !service->queuePart(stream, xml)) return -1;
+        const std::vector<SessionPtr> streams = service->findStreamsByDevice(devIndex);
+        if (streams.empty()) return length;
+        const SharedAlertPart part = makeSharedAlertPart(xml);
+        // The streams that start a writer turn go to the pool together, in one item.
+        std::unique_ptr<CAlarmParam> turns;
+        bool queued = true;
+        for (const SessionPtr& stream : streams) {
+            if (stream->isOpen() && !(queued = service->queuePart(stream, part, &turns))) break;
         }
-        return length;
+        service->startTurns(std::move(turns));
+        return queued ? length : -1;
     } catch (...) {
         return -1;
     }

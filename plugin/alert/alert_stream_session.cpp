@@ -20,7 +20,7 @@ CAlertStreamSession::~CAlertStreamSession() {
 // Frees the parts one by one, so that a long queue is not freed by recursion through m_next.
 void CAlertStreamSession::freeQueueLocked() noexcept {
     while (m_first != nullptr) {
-        m_queuedBytes -= m_first->getAlarmXml().size();
+        m_queuedBytes -= m_first->getDocumentBytes();
         m_first = std::move(m_first->m_next);
     }
     m_last = nullptr;
@@ -28,7 +28,7 @@ void CAlertStreamSession::freeQueueLocked() noexcept {
 
 CAlertStreamSession::Push CAlertStreamSession::pushPart(
     std::unique_ptr<CAlarmParam>& item) noexcept {
-    const std::size_t bytes = item->getAlarmXml().size();
+    const std::size_t bytes = item->getDocumentBytes();
     std::lock_guard<std::mutex> lock(m_queueMutex);
     if (m_ended) return Push::kEnded;
     if (m_queuedBytes + bytes > kMaxQueuedBytes) {

@@ -194,7 +194,7 @@ void CEventPto::removeStream(int streamId) {
     streamMap.remove(streamId);
 }
 
-bool CEventPto::queueAlarmParam(std::unique_ptr<CAlarmParam> item) {
+bool CEventPto::queueAlarmParam(std::unique_ptr<CAlarmParam>& item) {
     int queued = -1;
     {
         QXBase::CReadLockGuard guard(poolLock);

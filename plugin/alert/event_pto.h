@@ -36,6 +36,7 @@
 #include "host/kvl_mutex.h"
 #include "host/kvl_thread_pool.h"
 #include "host/rw_lock.h"
+#include "plugin/alert/alert_part.h"
 #include "plugin/alert/alert_stream_session.h"
 #include "plugin/alert/singleton.h"
 #include "plugin/alert/stream_table.h"
@@ -88,15 +89,24 @@ class CEventPto : public CProtocolBase, public CSingleton<CEventPto> {
     uint32_t getHeartBeatTimerId() const { return heartBeatTimerId; }
     uint32_t getAbnormalTimerId() const { return abnormalTimerId; }
 
-    // Queues the document xml as a part of stream (see CAlertStreamSession::pushPart): a full
-    // stream queue ends the stream as a broken link does. False only when the part could not be
-    // allocated.
-    bool queuePart(const SessionPtr& stream, std::string xml);
-    // Hands item to the worker pool. False when the pool refused it; the item is then freed.
-    bool queueAlarmParam(std::unique_ptr<CAlarmParam> item);
+    // Queues the framed part for stream (see CAlertStreamSession::pushPart); the text is shared,
+    // not copied. A full stream queue ends the stream as a broken link does. When the part
+    // starts a writer turn, it goes to the pool at once, or, with turns given, is prepended to
+    // that list for one startTurns call later (the caller must make it). False only when the
+    // queue entry could not be allocated.
+    bool queuePart(const SessionPtr& stream, const SharedAlertPart& part,
+                   std::unique_ptr<CAlarmParam>* turns = nullptr);
+    // Hands a list of writer turns (linked through CAlarmParam::takeNextTurn) to the worker
+    // pool as one item; when the pool refuses it, their streams are ended.
+    void startTurns(std::unique_ptr<CAlarmParam> turns);
+    // Hands item to the worker pool. False when the pool refused it; item then stays with the
+    // caller.
+    bool queueAlarmParam(std::unique_ptr<CAlarmParam>& item);
 
-    // Worker routine: writes one queued part (CAlarmParam*) as a multipart part. Result ignored.
+    // Worker routine: runs the writer turns of one pool item (CAlarmParam*). Result ignored.
     static int fAlarmProcessThread(void* item);
+    // Writes one part of a writer turn; a broken link ends and drops the stream.
+    static void writeTurnPart(CAlertStreamSession& stream, const CAlarmParam& owned);
     // Alarm-bus data routine: translates one alarm and queues it for every open stream of its
     // device. The length when queued, without stream, or a bus heartbeat; -1 otherwise.
     static int fAlarmDataCallBack(const char* data, int length, void* user);

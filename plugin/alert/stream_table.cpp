@@ -2,28 +2,39 @@
 
 namespace QXKORVAProtocol {
 
+void CAlertStreamTable::unindexLocked(const std::string& devIndex, int streamId) {
+    const auto device = m_byDevice.find(devIndex);
+    if (device == m_byDevice.end()) return;
+    device->second.erase(streamId);
+    if (device->second.empty()) m_byDevice.erase(device);
+}
+
 void CAlertStreamTable::insert(const SessionPtr& session) {
+    const int id = session->getStreamId();
+    SessionPtr replaced;  // released after the lock
     QXBase::CWriteLockGuard guard(m_lock);
-    m_streams[session->getStreamId()] = session;
+    SessionPtr& slot = m_streams[id];
+    if (slot) unindexLocked(slot->getDevIndex(), id);
+    replaced = std::move(slot);
+    slot = session;
+    m_byDevice[session->getDevIndex()][id] = session;
 }
 
 std::vector<CAlertStreamTable::SessionPtr> CAlertStreamTable::findByDevice(
     const std::string& devIndex) const {
     std::vector<SessionPtr> found;
     QXBase::CReadLockGuard guard(m_lock);
-    for (const auto& [id, session] : m_streams) {
-        if (session->getDevIndex() == devIndex) found.push_back(session);
-    }
+    const auto device = m_byDevice.find(devIndex);
+    if (device == m_byDevice.end()) return found;
+    found.reserve(device->second.size());
+    for (const auto& [id, session] : device->second) found.push_back(session);
     return found;
 }
 
 size_t CAlertStreamTable::countByDevice(const std::string& devIndex) const {
-    size_t count = 0;
     QXBase::CReadLockGuard guard(m_lock);
-    for (const auto& [id, session] : m_streams) {
-        if (session->getDevIndex() == devIndex) ++count;
-    }
-    return count;
+    const auto device = m_byDevice.find(devIndex);
+    return device == m_byDevice.end() ? 0 : device->second.size();
 }
 
 void CAlertStreamTable::remove(int streamId) {
@@ -33,15 +44,18 @@ void CAlertStreamTable::remove(int streamId) {
     if (it == m_streams.end()) return;
     dropped = std::move(it->second);
     m_streams.erase(it);
+    unindexLocked(dropped->getDevIndex(), streamId);
 }
 
 void CAlertStreamTable::clear() {
     // The records are released after the lock: a record's last owner frees queued parts and
     // releases the stream's exchange, which the host answers by ending the stream.
     std::map<int, SessionPtr> dropped;
+    std::unordered_map<std::string, std::map<int, SessionPtr>> droppedIndex;
     {
         QXBase::CWriteLockGuard guard(m_lock);
         dropped.swap(m_streams);
+        droppedIndex.swap(m_byDevice);
     }
 }
 
@@ -73,6 +87,7 @@ std::vector<std::string> CAlertStreamTable::removeIf(
     for (auto it = m_streams.begin(); it != m_streams.end();) {
         if (drop(*it->second)) {
             devices.push_back(it->second->getDevIndex());
+            unindexLocked(it->second->getDevIndex(), it->first);
             dropped.push_back(std::move(it->second));
             it = m_streams.erase(it);
         } else {

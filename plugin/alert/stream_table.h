@@ -1,4 +1,5 @@
-// CAlertStreamTable: the open alert streams of the service, ordered by stream id, under one
+// CAlertStreamTable: the open alert streams of the service, ordered by stream id, with an index
+// by device (an alarm finds its device's streams without walking all of them), under one
 // reader/writer lock. Lookups and walks take the read side; insert, remove and clear take the
 // write side, each for its own short hold. The table never writes to a connection.
 // Thread safety: every member may be used from any thread. The callbacks of forEach and
@@ -9,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/rw_lock.h"
@@ -40,8 +42,16 @@ class CAlertStreamTable {
     std::vector<std::string> removeIf(const std::function<bool(const CAlertStreamSession&)>& drop);
 
   private:
+    // Erases id from the device index (under the write side).
+    void unindexLocked(const std::string& devIndex, int streamId)
+        QX_THREAD_ANNOTATION(requires_capability(m_lock));
+
     mutable QXBase::CRWLock m_lock;
     std::map<int, SessionPtr> m_streams QX_THREAD_ANNOTATION(guarded_by(m_lock));
+    // The same streams by device, each device's in ascending id; a device with no stream has no
+    // entry.
+    std::unordered_map<std::string, std::map<int, SessionPtr>> m_byDevice
+        QX_THREAD_ANNOTATION(guarded_by(m_lock));
 };
 
 }  // namespace QXKORVAProtocol

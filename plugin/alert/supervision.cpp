@@ -9,6 +9,7 @@
 #include "host/kvl_runtime.h"
 #include "host/xml_base.h"
 #include "plugin/alert/alarm_param.h"
+#include "plugin/alert/alert_part.h"
 #include "plugin/alert/event_pto.h"
 #include "plugin/pipeline/plugin_log.h"
 #include "plugin/pipeline/xml_text.h"
@@ -66,7 +67,7 @@ int CEventPto::sendHeartBeatOnTimer(uint32_t timerId, void* user) {
                     static_cast<int>(entry.now));
             std::string xml;
             buildHeartBeatXml(*entry.stream, &xml);
-            if (!service->queuePart(entry.stream, std::move(xml))) break;
+            if (!service->queuePart(entry.stream, makeSharedAlertPart(xml))) break;
         }
     } catch (...) {
         QXW_LOG(5, "new CAlarmParam failed.");
