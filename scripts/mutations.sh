@@ -33,8 +33,8 @@ P4 @@ plugin/pipeline/result_codes.cpp @@ return kErrorInternal; @@ return kErro
 R1 @@ plugin/relay/device_answer.cpp @@ if (answer.status != 200) return; @@ DELETE @@ RelayTest|DeviceRelay
 R2 @@ plugin/relay/device_answer.cpp @@ http.setHead("Content-Type", answer.xml ? "application/xml" : "application/octet-stream"); @@ http.setHead("Content-Type", answer.xml ? "application/octet-stream" : "application/xml"); @@ RelayTest|DeviceRelay
 R3 @@ plugin/relay/dev_cfg_base.cpp @@ if (converted != 0) { @@ if (converted < 0) { @@ RelayTest|DeviceRelay
-H1 @@ plugin/handlers/channel_fields.cpp @@ value->asInt() <= field.maxValue; @@ value->asInt() < field.maxValue; @@ ChannelAnswerToXml
-H2 @@ plugin/handlers/channel_fields.cpp @@ return value.asBool() ? "true" : "false"; @@ return value.asBool() ? "false" : "true"; @@ ChannelAnswerToXml|ChannelRoundTrip
+H1 @@ plugin/pipeline/field_table.cpp @@ if (!value.isInt() || value.asInt() < row.minValue || value.asInt() > row.maxValue) { @@ if (!value.isInt() || value.asInt() < row.minValue || value.asInt() >= row.maxValue) { @@ ChannelAnswerToXml
+H2 @@ plugin/pipeline/field_table.cpp @@ *text = boolText(value.asBool()); @@ *text = boolText(!value.asBool()); @@ ChannelAnswerToXml|ChannelRoundTrip
 H3 @@ plugin/handlers/event_cfg.cpp @@ if (state != "high" && state != "low") { @@ if (state != "high") { @@ DeviceRequests|DeviceRelay
 H4 @@ plugin/handlers/record_operation_playback.cpp @@ if (slash - segmentStart <= kIdentifierLength) return gatewayUri; @@ if (slash - segmentStart < kIdentifierLength) return gatewayUri; @@ RecordPlayback
 A1 @@ plugin/alert/event_pto.cpp @@ if (open >= kMaxStreamsPerDevice) return Admission::kFull; @@ if (open > kMaxStreamsPerDevice) return Admission::kFull; @@ AlertStream\.|AlertServiceTest

@@ -255,6 +255,10 @@ class DigestCheck : public ::testing::Test {
         *result = DigestCheckResult{};
         return QX_KORVAMgrBus_CheckDigest(result, method, &in);
     }
+    // The administrator's right answer (under a fresh nonce unless one is given).
+    static std::string admin(const Answer& a = {}, const std::string& nonce = freshNonce()) {
+        return header("admin", "Admin12345", nonce, a);
+    }
     int check(const std::string& authorization, const Request& r = {}) {
         return checkInto(&out, authorization, r);
     }
@@ -306,9 +310,7 @@ TEST_F(DigestCheck, AcceptsOnlyTheConfiguredAlgorithm) {
     };
     for (const Row& row : rows) {
         configure(row.configured);
-        Answer answer;
-        answer.algorithm = row.answer;
-        answer.namesAlgorithm = row.namesAlgorithm;
+        const Answer answer{.algorithm = row.answer, .namesAlgorithm = row.namesAlgorithm};
         EXPECT_EQ(check(header("viewer", "pw", freshNonce(), answer)), row.result)
             << static_cast<int>(row.configured) << " " << digest::algorithmName(row.answer);
         EXPECT_EQ(out.challenge[0] ? challengeShape(out.challenge) : "", row.challenge);
@@ -317,9 +319,7 @@ TEST_F(DigestCheck, AcceptsOnlyTheConfiguredAlgorithm) {
     }
     // The method takes part in the response.
     configure(DigestAlgorithm::kMd5);
-    Answer put;
-    put.method = "PUT";
-    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce(), put)), kDigestRejected);
+    EXPECT_EQ(check(admin({.method = "PUT"})), kDigestRejected);
 }
 
 TEST_F(DigestCheck, DigestUriMustDesignateTheRequestTarget) {
@@ -346,25 +346,18 @@ TEST_F(DigestCheck, DigestUriMustDesignateTheRequestTarget) {
         {"", "", korva::host::kDigestUriMismatch},  // no target: refused
     };
     for (const Row& row : rows) {
-        Answer answer;
-        answer.uri = row.uri;
-        Request request;
-        request.target = row.target;
-        EXPECT_EQ(check(header("admin", "Admin12345", freshNonce(), answer), request), row.result)
+        EXPECT_EQ(check(admin({.uri = row.uri}), {.target = row.target, .forwarded = {}}),
+                  row.result)
             << row.target << " / " << row.uri;
     }
     // Also with the wrong password: refused before any attempt is counted.
-    Answer other;
-    other.uri = "/KORVA/System/IO";
-    EXPECT_EQ(check(header("admin", "wrong", freshNonce(), other)),
+    EXPECT_EQ(check(header("admin", "wrong", freshNonce(), {.uri = "/KORVA/System/IO"})),
               korva::host::kDigestUriMismatch);
     EXPECT_EQ(fail("admin"), 2);
 }
 
 TEST_F(DigestCheck, OutsideARequestOnlyWhenAllowed) {
-    Answer other;
-    other.uri = "/anything";
-    const std::string authorization = header("admin", "Admin12345", freshNonce(), other);
+    const std::string authorization = admin({.uri = "/anything"});
     EXPECT_EQ(checkOutsideRequest(&out, authorization), korva::host::kDigestNoRequest);
     korva::host::allowDigestChecksWithoutRequest(true);  // as the test harness does
     EXPECT_EQ(checkOutsideRequest(&out, authorization), kDigestAuthenticated);
@@ -372,11 +365,7 @@ TEST_F(DigestCheck, OutsideARequestOnlyWhenAllowed) {
 
 TEST_F(DigestCheck, RefusesReplayedNonceCounts) {
     const std::string nonce = freshNonce();
-    auto withNc = [&](const char* nc) {
-        Answer answer;
-        answer.nc = nc;
-        return check(header("admin", "Admin12345", nonce, answer));
-    };
+    auto withNc = [&](const char* nc) { return check(admin({.nc = nc}, nonce)); };
     EXPECT_EQ(withNc("00000001"), kDigestAuthenticated);
     EXPECT_EQ(withNc("00000001"), kDigestChallengeDue);
     EXPECT_EQ(withNc("00000003"), kDigestAuthenticated);
@@ -395,11 +384,9 @@ TEST_F(DigestCheck, OneUsersNonceFloodDoesNotStaleAnothersNonce) {
         if (i == 0) firstAdminNonce = nonce;
         ASSERT_EQ(check(header("admin", "Admin12345", nonce)), kDigestAuthenticated) << i;
     }
-    Answer second;
-    second.nc = "00000002";
-    EXPECT_EQ(check(header("viewer", "pw", viewerNonce, second)), kDigestAuthenticated);
+    EXPECT_EQ(check(header("viewer", "pw", viewerNonce, {.nc = "00000002"})), kDigestAuthenticated);
     // The flooding user's own oldest nonce lost its count: a fresh one is asked for.
-    EXPECT_EQ(check(header("admin", "Admin12345", firstAdminNonce, second)), kDigestChallengeDue);
+    EXPECT_EQ(check(admin({.nc = "00000002"}, firstAdminNonce)), kDigestChallengeDue);
     EXPECT_EQ(challengeShape(out.challenge), "MD5 TRUE");
 }
 
@@ -408,9 +395,7 @@ TEST_F(DigestCheck, ExpiredNoncesAreStaleForeignNoncesAndRealmsRefused) {
     korva::host::advanceClock(300 * 1000);
     EXPECT_EQ(check(header("admin", "Admin12345", nonce)), kDigestAuthenticated);
     korva::host::advanceClock(1);
-    Answer second;
-    second.nc = "00000002";
-    EXPECT_EQ(check(header("admin", "Admin12345", nonce, second)), kDigestChallengeDue);
+    EXPECT_EQ(check(admin({.nc = "00000002"}, nonce)), kDigestChallengeDue);
     EXPECT_EQ(challengeShape(out.challenge), "MD5 TRUE") << out.challenge;
 
     std::string forged = freshNonce();
@@ -419,7 +404,7 @@ TEST_F(DigestCheck, ExpiredNoncesAreStaleForeignNoncesAndRealmsRefused) {
     EXPECT_EQ(check(header("admin", "Admin12345", "dcd98b7102dd2f0e8b11d0f600bfb0c093")),
               kDigestChallengeDue);
     korva::host::setUserConfig(true, "another realm");
-    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce())), kDigestChallengeDue);
+    EXPECT_EQ(check(admin()), kDigestChallengeDue);
 }
 
 TEST_F(DigestCheck, LocksOutAUserAtOneAddressOnly) {
@@ -431,23 +416,19 @@ TEST_F(DigestCheck, LocksOutAUserAtOneAddressOnly) {
     EXPECT_EQ(out.unlockTime, 60);
     // The right password is refused at this address while locked ...
     korva::host::advanceClock(20 * 1000 + 1);
-    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce())), kDigestRejected);
+    EXPECT_EQ(check(admin()), kDigestRejected);
     EXPECT_EQ(out.retryLoginTime, 0);
     EXPECT_EQ(out.unlockTime, 40);
     // ... but not from another address, nor for another user.
-    Request elsewhere;
-    elsewhere.peer = "198.51.100.4";
-    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce()), elsewhere), kDigestAuthenticated);
+    EXPECT_EQ(check(admin(), {.peer = "198.51.100.4", .forwarded = {}}), kDigestAuthenticated);
     EXPECT_EQ(check(header("viewer", "pw", freshNonce())), kDigestAuthenticated);
     // An X-Forwarded-For from a peer that is no trusted proxy changes nothing.
-    Request rotating;
-    rotating.forwarded = "203.0.113.9";
-    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce()), rotating), kDigestRejected);
+    EXPECT_EQ(check(admin(), {.forwarded = "203.0.113.9"}), kDigestRejected);
     korva::host::advanceClock(40 * 1000);
-    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce())), kDigestAuthenticated);
+    EXPECT_EQ(check(admin()), kDigestAuthenticated);
     // Success resets the count; unknown users are counted like known ones.
     EXPECT_EQ(fail("admin"), 2);
-    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce())), kDigestAuthenticated);
+    EXPECT_EQ(check(admin()), kDigestAuthenticated);
     EXPECT_EQ(fail("admin"), 2);
     EXPECT_EQ(fail("nobody"), 2);
     EXPECT_STREQ(out.devIndex, "");
@@ -459,24 +440,20 @@ TEST_F(DigestCheck, DeviceIndexFillingTheResultIsRefused) {
     const size_t size = sizeof out.devIndex;
     for (const size_t length : {size - 1, size}) {
         korva::host::setAccounts({{"cam", "pw", std::string(length, 'd')}}, {});
-        EXPECT_EQ(check(header("cam", "pw", freshNonce())), length < size ? kDigestAuthenticated : 2);
+        EXPECT_EQ(check(header("cam", "pw", freshNonce())),
+                  length < size ? kDigestAuthenticated : 2);
         EXPECT_EQ(std::string(out.devIndex), length < size ? std::string(length, 'd') : "");
     }
 }
 
 TEST_F(DigestCheck, TrustedProxyForwardsTheClientAddress) {
     configure(korva::host::DigestAlgorithm::kMd5, {"192.0.2.0/24"});
-    Request attacker;  // through the proxy kPeer
-    attacker.forwarded = "203.0.113.9";
+    const Request attacker{.forwarded = "203.0.113.9"};  // through the proxy kPeer
     for (int i = 0; i < 3; ++i) fail("admin", attacker);
     EXPECT_EQ(out.unlockTime, 60);
-    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce()), attacker), kDigestRejected);
-    Request user = attacker;
-    user.forwarded = "203.0.113.10";
-    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce()), user), kDigestAuthenticated);
-    Request proxyItself;  // no header: the proxy's own address
-    EXPECT_EQ(check(header("admin", "Admin12345", freshNonce()), proxyItself),
-              kDigestAuthenticated);
+    EXPECT_EQ(check(admin(), attacker), kDigestRejected);
+    EXPECT_EQ(check(admin(), {.forwarded = "203.0.113.10"}), kDigestAuthenticated);
+    EXPECT_EQ(check(admin()), kDigestAuthenticated);  // no header: the proxy's own address
 }
 
 TEST_F(DigestCheck, KnownAndUnknownNamesAnswerAlikeAfterAFloodOfJunkNames) {
@@ -518,13 +495,11 @@ TEST_F(DigestCheck, ConcurrentChecks) {
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&ok, t] {
             const std::string nonce = freshNonce();
-            Request request;
-            request.peer = "192.0.2." + std::to_string(t + 1);
+            const Request request{.peer = "192.0.2." + std::to_string(t + 1), .forwarded = {}};
             for (int i = 1; i <= 50; ++i) {
                 char nc[9];
                 std::snprintf(nc, sizeof nc, "%08x", i);
-                Answer answer;
-                answer.nc = nc;
+                const Answer answer{.nc = nc};
                 DigestCheckResult result;
                 ok += checkInto(&result, header("admin", "Admin12345", nonce, answer), request) ==
                       kDigestAuthenticated;
