@@ -103,7 +103,8 @@ void korva::host::detail::writeAll(int fd, const std::string& bytes) {
 
 namespace {
 
-std::string formatText(const char* format, va_list args) {
+// printf-style: the callers pass their own checked format strings through.
+__attribute__((format(printf, 1, 0))) std::string formatText(const char* format, va_list args) {
     va_list copy;
     va_copy(copy, args);
     char small[512];

@@ -102,7 +102,7 @@ class TlsTransport final
         // The first bytes are read on TCP to tell a TLS client from a plain-HTTP one; a TLS
         // client's bytes are then handed to the handshake.
         tcp().async_read_some(net::buffer(m_first),
-                              [this, done = std::move(done)](error_code ec, std::size_t n) {
+                              [this, done = std::move(done)](error_code ec, std::size_t n) mutable {
                                   if (ec) return done(failure(ec));
                                   onFirstBytes(n, std::move(done));
                               });
