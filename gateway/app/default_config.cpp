@@ -1,11 +1,12 @@
 #include "gateway/app/gateway_config.h"
-#include "gateway/server/http_wire.h"
+#include "gateway/hostlib/json_text.h"
 
 namespace korva::gateway {
 
 namespace {
 
-// The configuration used without --config; "@PASSWORD@" is replaced by the start's password.
+// The configuration used without --config; @PASSWORD@ is replaced by the start's password (a
+// JSON string).
 // httpsEnabled and httpsPort are left out: they follow the HTTPS listener (--tls-listen).
 constexpr const char* kDefaultConfig = R"({
   "listen": "127.0.0.1:8080",
@@ -16,7 +17,7 @@ constexpr const char* kDefaultConfig = R"({
   "auth": { "algorithm": "MD5", "maxAttempts": 5, "lockSeconds": 180, "nonceLifetimeSeconds": 300 },
   "network": { "httpPort": 80, "rtspPort": 554, "portMapping": false,
                "extHttpPort": 8080, "extHttpsPort": 8443, "extRtspPort": 8554 },
-  "users": [ { "name": "admin", "password": "@PASSWORD@", "device": "cam-1" } ],
+  "users": [ { "name": "admin", "password": @PASSWORD@, "device": "cam-1" } ],
   "devices": [ { "devIndex": "cam-1", "attached": true } ]
 })";
 
@@ -25,7 +26,8 @@ constexpr const char* kDefaultConfig = R"({
 GatewayConfig defaultConfig(const std::string& password) {
     std::string text = kDefaultConfig;
     const std::string marker = "@PASSWORD@";
-    text.replace(text.find(marker), marker.size(), jsonEscape(password));
+    text.replace(text.find(marker), marker.size(),
+                 korva::host::writeCompactJson(Json::Value(password)));
     return parseConfig(text, "(embedded default)", "");
 }
 

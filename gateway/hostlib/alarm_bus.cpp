@@ -260,13 +260,8 @@ class AlarmBus {
     TaskQueue m_delivery{"alarm-delivery", 1, kQueueCapacity};
 };
 
-Owned<AlarmBus> makeAlarmBus() {
-    return Owned<AlarmBus>(new AlarmBus);
-}
-template <>
-void PartDeleter<AlarmBus>::operator()(AlarmBus* part) const noexcept {
-    delete part;
-}
+template struct PartDeleter<AlarmBus>;
+template Owned<AlarmBus> makePart<AlarmBus>();
 void stopThreads(AlarmBus& bus) {
     bus.stop();
 }

@@ -18,6 +18,7 @@
 #include "gateway/hostlib/deadline_timer.h"
 #include "gateway/hostlib/exchange_backend.h"
 #include "gateway/hostlib/host_context.h"
+#include "gateway/hostlib/query_string.h"
 #include "gateway/hostlib/task_queue.h"
 #include "host/qx_log.h"
 
@@ -30,26 +31,6 @@ constexpr char kDeviceBusy[] =
 
 // Results of QX_DeviceCfgBus_ProcessAsyn (the plug-in maps them to its error rows).
 enum : int { kAccepted = 0, kBadArguments = 1, kNoSuchDevice = 9, kBusFull = 10 };
-
-// The value of one query parameter of a URL ("name=value" between "?"/"&" separators), or
-// nullopt when the parameter is absent.
-std::optional<std::string> queryParameter(const std::string& url, const std::string& name) {
-    const size_t question = url.find('?');
-    if (question == std::string::npos) return std::nullopt;
-    size_t start = question + 1;
-    while (start <= url.size()) {
-        size_t end = url.find('&', start);
-        if (end == std::string::npos) end = url.size();
-        const std::string_view field(url.data() + start, end - start);
-        const size_t equals = field.find('=');
-        if (field.substr(0, equals) == name) {
-            return equals == std::string_view::npos ? std::string()
-                                                    : std::string(field.substr(equals + 1));
-        }
-        start = end + 1;
-    }
-    return std::nullopt;
-}
 
 // One accepted relay. Shared by the worker running the device, the reply routine handed to the
 // device, the deadline and the bus's index by handle; whichever finishes it first wins, the
@@ -107,9 +88,9 @@ class DeviceCfgBus {
     int relay(int method, const std::string& url, const std::string& body,
               QX_DeviceCfgCallBack callback, void* userData, int timeoutMs) {
         if (callback == nullptr || timeoutMs < 0 || method < 0 || method > 3) return kBadArguments;
-        std::optional<std::string> devIndex = queryParameter(url, "devIndex");
+        const auto devIndex = korva::queryParameter(url, "devIndex");
         if (!devIndex || devIndex->empty()) return kBadArguments;
-        std::optional<AttachedDevice> device = findAttachedDevice(*devIndex);
+        std::optional<AttachedDevice> device = findAttachedDevice(std::string(*devIndex));
         if (!device) return kNoSuchDevice;
 
         auto relay = std::make_shared<Relay>();
@@ -129,7 +110,8 @@ class DeviceCfgBus {
             clientLeft(relay->retainedHandle);
             return kAccepted;
         }
-        DeviceRequest request{method, url.substr(0, url.find('?')), url, *devIndex, body};
+        DeviceRequest request{method, url.substr(0, url.find('?')), url, std::string(*devIndex),
+                              body};
         start(relay, std::move(device->endpoint), std::move(request), timeoutMs);
         return kAccepted;
     }
@@ -402,13 +384,8 @@ void onExchangeRemoved(int handle) {
 
 }  // namespace
 
-Owned<DeviceCfgBus> makeDeviceCfgBus(QXHttpService::ExchangeRegistry& exchanges) {
-    return Owned<DeviceCfgBus>(new DeviceCfgBus(exchanges));
-}
-template <>
-void PartDeleter<DeviceCfgBus>::operator()(DeviceCfgBus* part) const noexcept {
-    delete part;
-}
+template struct PartDeleter<DeviceCfgBus>;
+template Owned<DeviceCfgBus> makePart<DeviceCfgBus>(QXHttpService::ExchangeRegistry&);
 void stopThreads(DeviceCfgBus& bus) {
     bus.stop();
 }

@@ -4,8 +4,8 @@
 
 #include "gateway/hostlib/bus_internal.h"
 #include "gateway/hostlib/device_notifier.h"
-#include "gateway/hostlib/mutex.h"
 #include "gateway/hostlib/host_context.h"
+#include "gateway/hostlib/mutex.h"
 #include "host/device_mgr.h"
 
 namespace korva::host::detail {
@@ -103,13 +103,8 @@ class DeviceTable {
         1;  // shared by all devices, so a forgotten device's epoch never returns
 };
 
-Owned<DeviceTable> makeDeviceTable() {
-    return Owned<DeviceTable>(new DeviceTable);
-}
-template <>
-void PartDeleter<DeviceTable>::operator()(DeviceTable* part) const noexcept {
-    delete part;
-}
+template struct PartDeleter<DeviceTable>;
+template Owned<DeviceTable> makePart<DeviceTable>();
 
 }  // namespace korva::host::detail
 

@@ -10,13 +10,8 @@ DeviceNotifier& DeviceNotifier::instance() {
     return context().notifier();
 }
 
-Owned<DeviceNotifier> makeDeviceNotifier() {
-    return Owned<DeviceNotifier>(new DeviceNotifier);
-}
-template <>
-void PartDeleter<DeviceNotifier>::operator()(DeviceNotifier* part) const noexcept {
-    delete part;
-}
+template struct PartDeleter<DeviceNotifier>;
+template Owned<DeviceNotifier> makePart<DeviceNotifier>();
 void stopThreads(DeviceNotifier& notifier) {
     notifier.stop();
 }

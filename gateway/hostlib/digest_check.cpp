@@ -66,13 +66,8 @@ class AuthStore {
     std::atomic<bool> allowWithoutRequest{false};
 };
 
-Owned<AuthStore> makeAuthStore() {
-    return Owned<AuthStore>(new AuthStore);
-}
-template <>
-void PartDeleter<AuthStore>::operator()(AuthStore* part) const noexcept {
-    delete part;
-}
+template struct PartDeleter<AuthStore>;
+template Owned<AuthStore> makePart<AuthStore>();
 
 }  // namespace korva::host::detail
 

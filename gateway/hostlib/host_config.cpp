@@ -20,13 +20,8 @@ class ConfigStore {
         std::make_shared<QXConfigMgr::CNetworkCfg>(QXConfigMgr::NetworkPorts{});
 };
 
-Owned<ConfigStore> makeConfigStore() {
-    return Owned<ConfigStore>(new ConfigStore);
-}
-template <>
-void PartDeleter<ConfigStore>::operator()(ConfigStore* part) const noexcept {
-    delete part;
-}
+template struct PartDeleter<ConfigStore>;
+template Owned<ConfigStore> makePart<ConfigStore>();
 
 }  // namespace korva::host::detail
 

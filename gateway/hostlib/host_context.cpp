@@ -10,16 +10,16 @@ HostContext& HostContext::get() {
 }
 
 HostContext::HostContext()
-    : m_log(makeLogService()),
-      m_config(makeConfigStore()),
-      m_auth(makeAuthStore()),
-      m_nonceKey(makeNonceKey()),
-      m_timers(makeTimerService()),
-      m_exchanges(makeExchangeRegistry()),
-      m_notifier(makeDeviceNotifier()),
-      m_devices(makeDeviceTable()),
-      m_alarms(makeAlarmBus()),
-      m_deviceBus(makeDeviceCfgBus(*m_exchanges)) {}
+    : m_log(makePart<LogService>()),
+      m_config(makePart<ConfigStore>()),
+      m_auth(makePart<AuthStore>()),
+      m_nonceKey(makePart<NonceKey>()),
+      m_timers(makePart<TimerService>()),
+      m_exchanges(makePart<QXHttpService::ExchangeRegistry>()),
+      m_notifier(makePart<DeviceNotifier>()),
+      m_devices(makePart<DeviceTable>()),
+      m_alarms(makePart<AlarmBus>()),
+      m_deviceBus(makePart<DeviceCfgBus>(*m_exchanges)) {}
 
 HostContext::~HostContext() {
     shutdown();

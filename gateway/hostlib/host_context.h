@@ -47,7 +47,9 @@ class DeviceTable;
 class AlarmBus;
 class DeviceCfgBus;
 
-// Deletes a part; defined beside the part's own definition.
+// Deletes a part. The parts are complete types only in their own source files, so makePart and
+// PartDeleter are instantiated there explicitly (one line each, beside the part's definition) and
+// declared extern below for everyone else.
 template <class T>
 struct PartDeleter {
     void operator()(T* part) const noexcept;
@@ -55,17 +57,37 @@ struct PartDeleter {
 template <class T>
 using Owned = std::unique_ptr<T, PartDeleter<T>>;
 
-// Creates a part; defined beside the part's own definition.
-Owned<LogService> makeLogService();
-Owned<ConfigStore> makeConfigStore();
-Owned<AuthStore> makeAuthStore();
-Owned<NonceKey> makeNonceKey();
-Owned<TimerService> makeTimerService();
-Owned<QXHttpService::ExchangeRegistry> makeExchangeRegistry();
-Owned<DeviceNotifier> makeDeviceNotifier();
-Owned<DeviceTable> makeDeviceTable();
-Owned<AlarmBus> makeAlarmBus();
-Owned<DeviceCfgBus> makeDeviceCfgBus(QXHttpService::ExchangeRegistry& exchanges);
+template <class T>
+void PartDeleter<T>::operator()(T* part) const noexcept {
+    delete part;
+}
+
+// Creates a part from the parts it depends on.
+template <class T, class... Args>
+Owned<T> makePart(Args&... args) {
+    return Owned<T>(new T(args...));
+}
+
+extern template struct PartDeleter<LogService>;
+extern template struct PartDeleter<ConfigStore>;
+extern template struct PartDeleter<AuthStore>;
+extern template struct PartDeleter<NonceKey>;
+extern template struct PartDeleter<TimerService>;
+extern template struct PartDeleter<QXHttpService::ExchangeRegistry>;
+extern template struct PartDeleter<DeviceNotifier>;
+extern template struct PartDeleter<DeviceTable>;
+extern template struct PartDeleter<AlarmBus>;
+extern template struct PartDeleter<DeviceCfgBus>;
+extern template Owned<LogService> makePart<LogService>();
+extern template Owned<ConfigStore> makePart<ConfigStore>();
+extern template Owned<AuthStore> makePart<AuthStore>();
+extern template Owned<NonceKey> makePart<NonceKey>();
+extern template Owned<TimerService> makePart<TimerService>();
+extern template Owned<QXHttpService::ExchangeRegistry> makePart<QXHttpService::ExchangeRegistry>();
+extern template Owned<DeviceNotifier> makePart<DeviceNotifier>();
+extern template Owned<DeviceTable> makePart<DeviceTable>();
+extern template Owned<AlarmBus> makePart<AlarmBus>();
+extern template Owned<DeviceCfgBus> makePart<DeviceCfgBus>(QXHttpService::ExchangeRegistry&);
 
 // The parts of shutdown(), defined beside each part: each joins its own threads and drops its
 // queued work; the log writes out what is queued.

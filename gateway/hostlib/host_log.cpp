@@ -47,13 +47,8 @@ class LogService {
     LogRateLimiter m_failureLimiter{kLogCauseLinesPerSecond, std::chrono::seconds(1), 1024};
 };
 
-Owned<LogService> makeLogService() {
-    return Owned<LogService>(new LogService);
-}
-template <>
-void PartDeleter<LogService>::operator()(LogService* part) const noexcept {
-    delete part;
-}
+template struct PartDeleter<LogService>;
+template Owned<LogService> makePart<LogService>();
 void flush(LogService& log) {
     log.writer().flush(std::chrono::seconds(2));
 }

@@ -83,13 +83,8 @@ class NonceKey {
     EVP_MAC_CTX* m_keyed = nullptr;
 };
 
-Owned<NonceKey> makeNonceKey() {
-    return Owned<NonceKey>(new NonceKey);
-}
-template <>
-void PartDeleter<NonceKey>::operator()(NonceKey* part) const noexcept {
-    delete part;
-}
+template struct PartDeleter<NonceKey>;
+template Owned<NonceKey> makePart<NonceKey>();
 
 namespace {
 

@@ -144,13 +144,7 @@ size_t ExchangeRegistry::size() const {
 
 namespace korva::host::detail {
 
-Owned<QXHttpService::ExchangeRegistry> makeExchangeRegistry() {
-    return Owned<QXHttpService::ExchangeRegistry>(new QXHttpService::ExchangeRegistry);
-}
-template <>
-void PartDeleter<QXHttpService::ExchangeRegistry>::operator()(
-    QXHttpService::ExchangeRegistry* part) const noexcept {
-    delete part;
-}
+template struct PartDeleter<QXHttpService::ExchangeRegistry>;
+template Owned<QXHttpService::ExchangeRegistry> makePart<QXHttpService::ExchangeRegistry>();
 
 }  // namespace korva::host::detail

@@ -111,4 +111,10 @@ bool parseJsonText(std::string_view text, const JsonLimits& limits, Json::Value*
     }
 }
 
+std::string writeCompactJson(const Json::Value& value) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    return Json::writeString(builder, value);
+}
+
 }  // namespace korva::host

@@ -31,4 +31,8 @@ struct JsonProblem {
 bool parseJsonText(std::string_view text, const JsonLimits& limits, Json::Value* out,
                    JsonProblem* problem = nullptr);
 
+// The one JSON writer of the host and the gateway: compact text (no indentation, no trailing
+// newline), members in JsonCpp's order.
+std::string writeCompactJson(const Json::Value& value);
+
 }  // namespace korva::host

@@ -72,13 +72,8 @@ class TimerService {
     std::atomic<int64_t> realOffset{0};  // added to the steady clock so it never goes backwards
 };
 
-Owned<TimerService> makeTimerService() {
-    return Owned<TimerService>(new TimerService);
-}
-template <>
-void PartDeleter<TimerService>::operator()(TimerService* part) const noexcept {
-    delete part;
-}
+template struct PartDeleter<TimerService>;
+template Owned<TimerService> makePart<TimerService>();
 
 }  // namespace korva::host::detail
 

@@ -3,6 +3,9 @@
 
 #include <string_view>
 
+#include "gateway/hostlib/ascii_case.h"
+#include "gateway/hostlib/query_string.h"
+
 namespace QXBase {
 
 namespace {
@@ -12,12 +15,9 @@ std::string_view pathOf(const std::string& url) {
     return view.substr(0, view.find('?'));
 }
 
-std::string_view queryOf(const std::string& url) {
-    const size_t mark = url.find('?');
-    return mark == std::string::npos ? std::string_view() : std::string_view(url).substr(mark + 1);
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
 }
-
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 // Does path match pattern, "%d" standing for one decimal integer?
 bool matchWithInts(std::string_view path, std::string_view pattern) {
@@ -48,27 +48,10 @@ size_t countInts(std::string_view pattern) {
     return count;
 }
 
-// A query parameter name=value (name compared exactly, value case-insensitively).
+// A query field name=value (name compared exactly, value case-insensitively).
 bool hasQueryParam(const std::string& url, std::string_view name, std::string_view value) {
-    std::string_view query = queryOf(url);
-    while (!query.empty()) {
-        const size_t amp = query.find('&');
-        std::string_view item = query.substr(0, amp);
-        const size_t eq = item.find('=');
-        if (eq != std::string_view::npos && item.substr(0, eq) == name) {
-            std::string_view got = item.substr(eq + 1);
-            if (got.size() == value.size()) {
-                bool same = true;
-                for (size_t k = 0; k < got.size() && same; ++k) {
-                    char a = got[k];
-                    if (a >= 'A' && a <= 'Z') a = static_cast<char>(a - 'A' + 'a');
-                    same = a == value[k];
-                }
-                if (same) return true;
-            }
-        }
-        if (amp == std::string_view::npos) break;
-        query.remove_prefix(amp + 1);
+    for (const auto& [field, got] : korva::queryFields(url)) {
+        if (field == name && korva::equalsIgnoreCase(got, value)) return true;
     }
     return false;
 }
@@ -87,13 +70,8 @@ int CRESTfulProtocol::isLanguageCNURL(const std::string& url) {
 
 // The request names a device ("devIndex=..." in the query).
 int CRESTfulProtocol::isDeviceURL(const std::string& url) {
-    std::string_view query = queryOf(url);
-    while (!query.empty()) {
-        const size_t amp = query.find('&');
-        std::string_view item = query.substr(0, amp);
-        if (item.size() > 9 && item.substr(0, 9) == "devIndex=") return 1;
-        if (amp == std::string_view::npos) break;
-        query.remove_prefix(amp + 1);
+    for (const auto& [field, value] : korva::queryFields(url)) {
+        if (field == "devIndex" && !value.empty()) return 1;
     }
     return 0;
 }
@@ -112,16 +90,16 @@ int CRESTfulProtocol::cmpURLWithInt(const std::string& url, const char* pattern,
 
 std::string CRESTfulProtocol::GetMethod(unsigned char method) {
     switch (method) {
-    case 0:
-        return "GET";
-    case 1:
-        return "PUT";
-    case 2:
-        return "POST";
-    case 3:
-        return "DELETE";
-    default:
-        return "UNKNOWN";
+        case 0:
+            return "GET";
+        case 1:
+            return "PUT";
+        case 2:
+            return "POST";
+        case 3:
+            return "DELETE";
+        default:
+            return "UNKNOWN";
     }
 }
 

@@ -2,19 +2,14 @@
 
 #include <boost/asio/ip/address.hpp>
 #include <boost/beast/http/field.hpp>
-#include <cctype>
+
+#include "gateway/hostlib/ascii_case.h"
 
 namespace korva::gateway {
 
 namespace http = boost::beast::http;
 
 namespace {
-
-std::string lower(std::string_view text) {
-    std::string out(text);
-    for (auto& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
 
 std::string_view trim(std::string_view text) {
     while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
@@ -74,13 +69,13 @@ std::string_view view(boost::beast::string_view text) {
 }  // namespace
 
 AdminAccess::AdminAccess(const std::string& host, unsigned short port, std::string token)
-    : m_host(lower(host)), m_port(port), m_token(std::move(token)) {
+    : m_host(host), m_port(port), m_token(std::move(token)) {
     const auto address = ipAddress(m_host);
     m_anyAddress = address && address->is_unspecified();
 }
 
 bool AdminAccess::isLoopback(const std::string& host) {
-    if (lower(host) == "localhost") return true;
+    if (equalsIgnoreCase(host, "localhost")) return true;
     const auto address = ipAddress(host);
     if (!address) return false;
     if (address->is_v6() && address->to_v6().is_v4_mapped()) {
@@ -96,8 +91,8 @@ bool AdminAccess::isLoopback(const std::string& host) {
 bool AdminAccess::hostAllowed(std::string_view hostHeader) const {
     std::string name;
     unsigned port = 0;
-    if (!splitHost(lower(trim(hostHeader)), &name, &port) || port != m_port) return false;
-    if (name == "localhost") return true;
+    if (!splitHost(trim(hostHeader), &name, &port) || port != m_port) return false;
+    if (equalsIgnoreCase(name, "localhost")) return true;
     const auto address = ipAddress(name);
     if (!address) return false;
     return isLoopback(name) || m_anyAddress || address == ipAddress(m_host);
@@ -107,7 +102,7 @@ bool AdminAccess::tokenMatches(std::string_view authorization) const {
     authorization = trim(authorization);
     static constexpr std::string_view kScheme = "bearer ";
     if (authorization.size() < kScheme.size() ||
-        lower(authorization.substr(0, kScheme.size())) != kScheme) {
+        !equalsIgnoreCase(authorization.substr(0, kScheme.size()), kScheme)) {
         return false;
     }
     return constantTimeEqual(trim(authorization.substr(kScheme.size())), m_token);
@@ -122,13 +117,14 @@ std::optional<AdminRefusal> AdminAccess::check(const http::request<http::string_
         return AdminRefusal{421, "Host does not name this admin listener", false};
     }
     if (const auto origin = request.find(http::field::origin); origin != request.end()) {
-        const bool same = host != request.end() && lower(trim(view(origin->value()))) ==
-                                                       "http://" + lower(trim(view(host->value())));
+        const bool same = host != request.end() &&
+                          equalsIgnoreCase(trim(view(origin->value())),
+                                           "http://" + std::string(trim(view(host->value()))));
         if (!same) return AdminRefusal{403, "cross-origin requests are refused", false};
     }
     if (const auto site = request.find("Sec-Fetch-Site"); site != request.end()) {
-        const std::string value = lower(trim(view(site->value())));
-        if (value != "same-origin" && value != "none") {
+        const std::string_view value = trim(view(site->value()));
+        if (!equalsIgnoreCase(value, "same-origin") && !equalsIgnoreCase(value, "none")) {
             return AdminRefusal{403, "cross-site requests are refused", false};
         }
     }

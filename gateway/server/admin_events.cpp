@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "gateway/hostlib/json_text.h"
 #include "gateway/server/connection.h"
 
 namespace korva::gateway {
@@ -9,6 +10,14 @@ namespace korva::gateway {
 namespace {
 
 constexpr const char* kKeepAlive = ": keep-alive\n\n";
+
+// The data of the "hello" event: how many watch, and how many may.
+std::string helloData(std::size_t subscribers, std::size_t limit) {
+    Json::Value hello(Json::objectValue);
+    hello["subscribers"] = static_cast<Json::UInt64>(subscribers);
+    hello["limit"] = static_cast<Json::UInt64>(limit);
+    return korva::host::writeCompactJson(hello);
+}
 
 }  // namespace
 
@@ -81,9 +90,7 @@ AdminEvents::Subscribe AdminEvents::subscribe(const std::shared_ptr<Connection>&
     }
     connection->setRequestCleanup([this, id = subscriber->id] { remove(id); });
     const std::string hello =
-        "retry: 2000\n" +
-        formatEvent("hello", "{\"subscribers\":" + std::to_string(subscribers()) +
-                                 ",\"limit\":" + std::to_string(m_limits.maxSubscribers) + "}");
+        "retry: 2000\n" + formatEvent("hello", helloData(subscribers(), m_limits.maxSubscribers));
     if (!deliver(*subscriber, hello)) remove(subscriber->id);
     return Subscribe::kSubscribed;
 }
@@ -109,7 +116,9 @@ bool AdminEvents::deliver(Subscriber& subscriber, const std::string& text) {
     }
     std::string part;
     if (const auto lost = subscriber.dropped.exchange(0, std::memory_order_relaxed); lost != 0) {
-        part = formatEvent("dropped", "{\"count\":" + std::to_string(lost) + "}");
+        Json::Value dropped(Json::objectValue);
+        dropped["count"] = static_cast<Json::UInt64>(lost);
+        part = formatEvent("dropped", korva::host::writeCompactJson(dropped));
     }
     part += text;
     return connection->queueStreamPart(subscriber.serial, std::move(part));

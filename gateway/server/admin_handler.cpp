@@ -25,9 +25,7 @@ namespace {
 constexpr const char* kDevicesPrefix = "/admin/devices/";
 
 std::string compact(const Json::Value& value) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, value) + "\n";
+    return korva::host::writeCompactJson(value) + "\n";
 }
 
 AdminAnswer jsonAnswer(int status, const Json::Value& value) {
@@ -299,7 +297,6 @@ AdminAnswer AdminHandler::state() {
             item["ageSeconds"] =
                 static_cast<double>(static_cast<long long>(stream.ageSeconds * 10)) / 10;
             item["parts"] = static_cast<Json::UInt64>(stream.parts);
-            item["heartbeats"] = static_cast<Json::UInt64>(stream.heartbeats);
             item["bytes"] = static_cast<Json::UInt64>(stream.bytes);
             std::size_t queued = 0;
             for (const auto& entry : entries) {

@@ -77,7 +77,7 @@ void markIoThread() {
 }
 
 Connection::Connection(std::unique_ptr<Transport> transport, RequestHandler& handler,
-                       const ServerLimits& limits, ConnectionRegistry& registry, Metrics* metrics,
+                       const ServerLimits& limits, ConnectionRegistry& registry, Metrics& metrics,
                        const char* logTag)
     : m_transport(std::move(transport)),
       m_handler(handler),
@@ -97,7 +97,7 @@ Connection::Connection(std::unique_ptr<Transport> transport, RequestHandler& han
 }
 
 Connection::~Connection() {
-    if (m_streaming && m_metrics) m_metrics->streamClosed();
+    if (m_streaming) m_metrics.streamClosed();
     m_registry.remove(m_id);
 }
 
@@ -125,7 +125,7 @@ void Connection::openSession() {
 }
 
 void Connection::onHandshake(const HandshakeResult& result) {
-    if (m_metrics) m_metrics->countHandshake(result.outcome, result.resumed);
+    m_metrics.countHandshake(result.outcome, result.resumed);
     if (result.outcome == HandshakeOutcome::kDone) return readRequest();
     const auto verdict =
         handshakeLogLimiter().admit(&kHandshakeCause, LogRateLimiter::Clock::now());
@@ -298,7 +298,7 @@ void Connection::refuse(int status, const std::string& text) {
         m_accessStart = std::chrono::steady_clock::now();
         m_accessPending = true;
     }
-    if (m_metrics) m_metrics->countAnswer(status);
+    m_metrics.countAnswer(status);
     setPhase(Phase::kWriting);
     const HeaderList headers = {{"Content-Type", "application/json"}};
     const std::string body = jsonError(status, text);
@@ -314,7 +314,7 @@ void Connection::answer(int status, const HeaderList& headers, const std::string
     m_answered = true;
     m_answerTimer.cancel();
     const bool keepAlive = m_keepAlive && !m_registry.draining();
-    if (m_metrics) m_metrics->countAnswer(status);
+    m_metrics.countAnswer(status);
     setPhase(Phase::kWriting);
     enqueue(std::make_shared<WriteJob>(
         m_headRequest ? formatAnswerHead(status, headers, body.size(), keepAlive)
@@ -340,10 +340,8 @@ void Connection::deliverAnswer(std::uint64_t serial, int status, HeaderList head
     net::post(executor(), [self = shared_from_this(), serial, status, headers = std::move(headers),
                            body = std::move(body)] {
         if (self->m_requestSerial != serial || self->m_answered || self->m_streaming) return;
-        if (self->m_metrics) {
-            self->m_metrics->observeRelayLatency(std::chrono::steady_clock::now() -
-                                                 self->m_requestStart);
-        }
+        self->m_metrics.observeRelayLatency(std::chrono::steady_clock::now() -
+                                            self->m_requestStart);
         self->answer(status, headers, body);
     });
 }
@@ -365,10 +363,8 @@ bool Connection::beginStream(std::uint64_t serial, int status, HeaderList header
                   self->m_streaming = true;
                   self->m_answerTimer.cancel();
                   self->setPhase(Phase::kStreaming);
-                  if (self->m_metrics) {
-                      self->m_metrics->countAnswer(status);
-                      self->m_metrics->streamOpened();
-                  }
+                  self->m_metrics.countAnswer(status);
+                  self->m_metrics.streamOpened();
                   self->enqueue(std::make_shared<WriteJob>(formatStreamHead(status, headers),
                                                            WriteJob::After::kNothing, false));
                   self->watchPeer();
@@ -469,10 +465,7 @@ void Connection::onWritten(const std::shared_ptr<WriteJob>& job, error_code ec, 
     m_writing = false;
     if (job->streamPart()) {
         m_queuedStreamBytes.fetch_sub(bytes.size());
-        if (m_metrics) {
-            m_metrics->countStreamPart(bytes.find("<eventType>heartBeat</eventType>") !=
-                                       std::string::npos);
-        }
+        m_metrics.countStreamPart(bytes.size());
     } else if (!bytes.empty()) {
         logAccess(answerStatus(bytes), bytes.size());  // an answer or a stream's head
     }

@@ -82,7 +82,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     // `logTag` names the listener in log lines (a string literal).
     Connection(std::unique_ptr<Transport> transport, RequestHandler& handler,
-               const ServerLimits& limits, ConnectionRegistry& registry, Metrics* metrics,
+               const ServerLimits& limits, ConnectionRegistry& registry, Metrics& metrics,
                const char* logTag = "HTTP");
     ~Connection();
     Connection(const Connection&) = delete;
@@ -137,7 +137,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // The peer's address without the port ("" when it could not be read).
     const std::string& clientAddress() const { return m_clientAddress; }
     const ServerLimits& limits() const { return m_limits; }
-    Metrics* metrics() const { return m_metrics; }
+    Metrics& metrics() const { return m_metrics; }
     std::chrono::steady_clock::time_point requestStart() const { return m_requestStart; }
 
   private:
@@ -184,7 +184,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     RequestHandler& m_handler;
     const ServerLimits& m_limits;
     ConnectionRegistry& m_registry;
-    Metrics* m_metrics;
+    Metrics& m_metrics;
     const char* const m_logTag;
     const std::uint64_t m_id;
     std::string m_peer;

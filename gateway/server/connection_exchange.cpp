@@ -1,7 +1,6 @@
 #include "gateway/server/connection_exchange.h"
 
-#include <strings.h>
-
+#include "gateway/hostlib/ascii_case.h"
 #include "host/http_exchange.h"
 
 namespace korva::gateway {
@@ -60,7 +59,7 @@ std::string ConnectionExchange::header(const std::string& name) const {
 void ConnectionExchange::setHeader(const std::string& name, const std::string& value) {
     std::lock_guard<std::mutex> lock(m_mutex);
     for (auto& [existing, existingValue] : m_headers) {
-        if (strcasecmp(existing.c_str(), name.c_str()) == 0) {
+        if (equalsIgnoreCase(existing, name)) {
             existingValue = value;
             return;
         }
@@ -100,7 +99,7 @@ HeaderList ConnectionExchange::headersLocked() const {
     HeaderList headers = m_headers;
     bool hasType = false;
     for (auto& [name, value] : headers) {
-        if (strcasecmp(name.c_str(), "Content-Type") == 0) {
+        if (equalsIgnoreCase(name, "Content-Type")) {
             hasType = true;
             if (m_stream) value = kStreamMime;  // the stream's framing is the gateway's
         }
@@ -168,13 +167,7 @@ int ConnectionExchange::respond(const void* data, int length) {
     HeaderList headers = headersLocked();
     lock.unlock();
     std::string body(static_cast<const char*>(data), static_cast<std::size_t>(length));
-    if (guessContentType(body) == "application/xml") {
-        bool hasType = false;
-        for (const auto& [name, value] : headers) {
-            hasType = hasType || strcasecmp(name.c_str(), "Content-Type") == 0;
-        }
-        if (!hasType) headers.emplace_back("Content-Type", "application/xml");
-    }
+    addDefaultContentType(headers, body);
     connection->deliverAnswer(m_serial, status, std::move(headers), std::move(body));
     return length;
 }

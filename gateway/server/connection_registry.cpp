@@ -46,6 +46,17 @@ void ConnectionRegistry::remove(std::uint64_t id) {
     const auto client = m_perClient.find(it->second.clientAddress);
     if (client != m_perClient.end() && --client->second == 0) m_perClient.erase(client);
     m_connections.erase(it);
+    if (m_connections.empty()) m_emptied.notify_all();
+}
+
+bool ConnectionRegistry::waitEmpty(std::chrono::steady_clock::time_point deadline) {
+    MutexLock lock(m_mutex);
+    while (!m_connections.empty()) {
+        if (m_emptied.wait_until(lock, deadline) == std::cv_status::timeout) {
+            return m_connections.empty();
+        }
+    }
+    return true;
 }
 
 std::size_t ConnectionRegistry::size() const {

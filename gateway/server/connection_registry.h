@@ -4,6 +4,8 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -39,6 +41,8 @@ class ConnectionRegistry {
     std::vector<Entry> snapshot() const;
     // Closes every connection (each on its own strand) and refuses new requests from now on.
     void closeAll();
+    // Waits until no connection is registered or the deadline passed; true = none is left.
+    bool waitEmpty(std::chrono::steady_clock::time_point deadline);
     // Set once the gateway stops: connections close after their current answer.
     bool draining() const { return m_draining.load(std::memory_order_acquire); }
     void setDraining() { m_draining.store(true, std::memory_order_release); }
@@ -51,6 +55,7 @@ class ConnectionRegistry {
     };
     std::unordered_map<std::uint64_t, Registered> m_connections GUARDED_BY(m_mutex);
     std::unordered_map<std::string, std::size_t> m_perClient GUARDED_BY(m_mutex);
+    std::condition_variable_any m_emptied;  // signalled when the last connection is removed
     std::atomic<std::uint64_t> m_nextId{0};
     std::atomic<bool> m_draining{false};
 };

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <exception>
 
+#include "gateway/hostlib/json_text.h"
 #include "host/device_mgr.h"
 #include "host/qx_log.h"
 
@@ -44,7 +45,7 @@ void publishDeviceEvent(int event, const char* devIndex, void* user) {
         Json::Value data(Json::objectValue);
         data["devIndex"] = devIndex;
         data["attached"] = event == kDeviceEventAttached;
-        events->publish("device", compactJson(data));
+        events->publish("device", korva::host::writeCompactJson(data));
     } catch (...) {
         // Out of memory: the console misses one device change; /admin/state has it.
     }
@@ -62,9 +63,9 @@ GatewayServer::GatewayServer(const PluginApi& plugin, const ServerLimits& limits
     m_adminHandler.setConsoleSources(&m_requestLog, &m_events, &m_streams);
     m_io.emplace(m_ioThreadCount);
     m_korvaListener = std::make_shared<Listener>(*m_io, m_pluginHandler, m_limits,
-                                                 m_korvaConnections, &m_metrics, "HTTP");
+                                                 m_korvaConnections, m_metrics, "HTTP");
     m_adminListener = std::make_shared<Listener>(*m_io, m_adminHandler, m_adminLimits,
-                                                 m_adminConnections, nullptr, "ADMIN");
+                                                 m_adminConnections, m_adminMetrics, "ADMIN");
 }
 
 GatewayServer::~GatewayServer() {
@@ -95,7 +96,7 @@ bool GatewayServer::bindTls(const ListenAddress& address,
                             std::shared_ptr<net::ssl::context> context, std::string* error) {
     m_tlsContext = std::move(context);
     m_tlsListener = std::make_shared<Listener>(*m_io, m_pluginHandler, m_limits, m_korvaConnections,
-                                               &m_metrics, "HTTPS", m_tlsContext.get());
+                                               m_metrics, "HTTPS", m_tlsContext.get());
     std::string reason;
     if (!m_tlsListener->bind(address.host, address.port, &reason)) {
         *error = "cannot listen on " + address.host + ":" + std::to_string(address.port) +
@@ -154,13 +155,11 @@ void GatewayServer::closeConnections() {
     if (m_tlsListener) m_tlsListener->stop();
     m_korvaConnections.closeAll();
     m_adminConnections.closeAll();
-    // Closing is posted to each connection's strand; give the threads a moment to run it, then
-    // stop the loop whatever remains.
+    // Closing is posted to each connection's strand; give the threads up to three seconds to run
+    // it, then stop the loop whatever remains.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-    while ((m_korvaConnections.size() + m_adminConnections.size()) != 0 &&
-           std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    m_korvaConnections.waitEmpty(deadline);
+    m_adminConnections.waitEmpty(deadline);
     m_work.reset();
     m_io->stop();
     for (auto& thread : m_threads) thread.join();

@@ -82,6 +82,7 @@ class GatewayServer {
     const ServerLimits m_adminLimits;
     const int m_ioThreadCount;
     Metrics m_metrics;
+    Metrics m_adminMetrics;  // the admin port's own traffic: counted, never reported
     AdminEvents m_events;
     RequestLog m_requestLog{&m_events};
     StreamTable m_streams{&m_events};

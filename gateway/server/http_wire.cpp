@@ -1,19 +1,19 @@
 #include "gateway/server/http_wire.h"
 
-#include <strings.h>
-
 #include <boost/beast/http/status.hpp>
 #include <cstdio>
 #include <ostream>  // the status header needs it
+
+#include "gateway/hostlib/ascii_case.h"
+#include "gateway/hostlib/json_text.h"
 
 namespace korva::gateway {
 
 namespace {
 
 bool framingHeader(const std::string& name) {
-    return strcasecmp(name.c_str(), "Content-Length") == 0 ||
-           strcasecmp(name.c_str(), "Connection") == 0 ||
-           strcasecmp(name.c_str(), "Transfer-Encoding") == 0;
+    return equalsIgnoreCase(name, "Content-Length") || equalsIgnoreCase(name, "Connection") ||
+           equalsIgnoreCase(name, "Transfer-Encoding");
 }
 
 bool safeHeaderText(const std::string& text) {
@@ -58,6 +58,19 @@ std::string guessContentType(const std::string& body) {
     return body.empty() ? "" : "text/plain";
 }
 
+bool hasHeader(const HeaderList& headers, const std::string& name) {
+    for (const auto& header : headers) {
+        if (equalsIgnoreCase(header.first, name)) return true;
+    }
+    return false;
+}
+
+void addDefaultContentType(HeaderList& headers, const std::string& body) {
+    if (hasHeader(headers, "Content-Type")) return;
+    std::string type = guessContentType(body);
+    if (!type.empty()) headers.emplace_back("Content-Type", std::move(type));
+}
+
 std::string formatAnswerHead(int status, const HeaderList& headers, std::size_t contentLength,
                              bool keepAlive) {
     std::string out;
@@ -96,42 +109,11 @@ std::string formatStreamHead(int status, const HeaderList& headers) {
     return out;
 }
 
-std::string jsonEscape(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (const char ch : text) {
-        const auto c = static_cast<unsigned char>(ch);  // bytes from 0x80 on pass unchanged
-        switch (c) {
-            case '"':
-                out += "\\\"";
-                break;
-            case '\\':
-                out += "\\\\";
-                break;
-            case '\n':
-                out += "\\n";
-                break;
-            case '\r':
-                out += "\\r";
-                break;
-            case '\t':
-                out += "\\t";
-                break;
-            default:
-                if (c < 0x20) {
-                    char buffer[8];
-                    std::snprintf(buffer, sizeof buffer, "\\u%04x", c);
-                    out += buffer;
-                } else {
-                    out += ch;
-                }
-        }
-    }
-    return out;
-}
-
 std::string jsonError(int status, const std::string& text) {
-    return "{\"error\":\"" + jsonEscape(text) + "\",\"status\":" + std::to_string(status) + "}\n";
+    Json::Value error(Json::objectValue);
+    error["error"] = text;
+    error["status"] = status;
+    return korva::host::writeCompactJson(error) + "\n";
 }
 
 }  // namespace korva::gateway

@@ -14,6 +14,13 @@ using HeaderList = std::vector<std::pair<std::string, std::string>>;
 // XML document, application/json for JSON text, text/plain for other text, "" for no body.
 std::string guessContentType(const std::string& body);
 
+// True when `headers` hold a header of this name (compared without regard to case).
+bool hasHeader(const HeaderList& headers, const std::string& name);
+
+// The one default-type rule for the plug-in's answers, synchronous or asynchronous: adds
+// guessContentType(body) unless the headers name a Content-Type or the body is empty.
+void addDefaultContentType(HeaderList& headers, const std::string& body);
+
 // A complete answer with Content-Length. `headers` are written as given (a "Content-Length" or
 // "Connection" among them is ignored: the gateway owns framing); `keepAlive` picks the
 // Connection header.
@@ -34,8 +41,5 @@ std::string formatStreamHead(int status, const HeaderList& headers);
 // A small JSON error document {"error":"<text>","status":<status>}, for answers the gateway
 // gives itself (limits, timeouts, admin API).
 std::string jsonError(int status, const std::string& text);
-
-// Escapes text for use inside a JSON string literal.
-std::string jsonEscape(const std::string& text);
 
 }  // namespace korva::gateway

@@ -10,7 +10,7 @@ namespace korva::gateway {
 using boost::beast::error_code;
 
 Listener::Listener(net::io_context& io, RequestHandler& handler, const ServerLimits& limits,
-                   ConnectionRegistry& registry, Metrics* metrics, const char* logTag,
+                   ConnectionRegistry& registry, Metrics& metrics, const char* logTag,
                    net::ssl::context* tls)
     : m_io(io),
       m_strand(net::make_strand(io)),
@@ -89,9 +89,9 @@ void Listener::onAccept(error_code ec, tcp::socket socket) {
             m_registry.admit(connection, m_limits.maxConnections, m_limits.maxConnectionsPerClient);
         if (admission == ConnectionRegistry::Admission::kAdmitted) {
             connection->start();
-        } else if (m_metrics) {
-            m_metrics->countRefusedConnection(admission ==
-                                              ConnectionRegistry::Admission::kClientFull);
+        } else {
+            m_metrics.countRefusedConnection(admission ==
+                                             ConnectionRegistry::Admission::kClientFull);
         }
         // A connection not admitted closes its socket as it is destroyed here.
     }

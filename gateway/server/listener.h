@@ -26,7 +26,7 @@ class Listener : public std::enable_shared_from_this<Listener> {
     // `logTag` names the listener in log lines (a string literal). With `tls`, every connection
     // speaks TLS with that context (which must outlive the listener's connections).
     Listener(net::io_context& io, RequestHandler& handler, const ServerLimits& limits,
-             ConnectionRegistry& registry, Metrics* metrics, const char* logTag,
+             ConnectionRegistry& registry, Metrics& metrics, const char* logTag,
              net::ssl::context* tls = nullptr);
 
     // Opens, binds and listens. Port 0 picks a free port. False with a message on failure.
@@ -50,7 +50,7 @@ class Listener : public std::enable_shared_from_this<Listener> {
     RequestHandler& m_handler;
     const ServerLimits& m_limits;
     ConnectionRegistry& m_registry;
-    Metrics* m_metrics;
+    Metrics& m_metrics;
     const char* const m_logTag;
     net::ssl::context* const m_tls;
     std::string m_boundAddress;

@@ -31,8 +31,9 @@ void Metrics::observeRelayLatency(std::chrono::steady_clock::duration elapsed) {
     m_latencySumMicros.fetch_add(static_cast<std::uint64_t>(micros < 0 ? 0 : micros), kRelaxed);
 }
 
-void Metrics::countStreamPart(bool heartbeat) {
-    (heartbeat ? m_heartbeatsDelivered : m_alarmsDelivered).fetch_add(1, kRelaxed);
+void Metrics::countStreamPart(std::size_t bytes) {
+    m_streamParts.fetch_add(1, kRelaxed);
+    m_streamBytes.fetch_add(bytes, kRelaxed);
 }
 
 void Metrics::countHandshake(HandshakeOutcome outcome, bool resumed) {
@@ -122,12 +123,13 @@ std::string Metrics::render(std::size_t openConnections) const {
         << m_refusedListenerFull.load(kRelaxed) << "\n"
         << "korva_connections_refused_total{reason=\"client-full\"} "
         << m_refusedPerClient.load(kRelaxed) << "\n";
-    out << "# HELP korva_alarms_delivered_total Alarm parts written completely to streams.\n"
-           "# TYPE korva_alarms_delivered_total counter\n"
-        << "korva_alarms_delivered_total " << m_alarmsDelivered.load(kRelaxed) << "\n";
-    out << "# HELP korva_heartbeats_delivered_total Heartbeat parts written to streams.\n"
-           "# TYPE korva_heartbeats_delivered_total counter\n"
-        << "korva_heartbeats_delivered_total " << m_heartbeatsDelivered.load(kRelaxed) << "\n";
+    out << "# HELP korva_stream_parts_delivered_total Alert stream parts (alarms and heartbeats) "
+           "written completely.\n"
+           "# TYPE korva_stream_parts_delivered_total counter\n"
+        << "korva_stream_parts_delivered_total " << m_streamParts.load(kRelaxed) << "\n";
+    out << "# HELP korva_stream_bytes_delivered_total Bytes of those parts.\n"
+           "# TYPE korva_stream_bytes_delivered_total counter\n"
+        << "korva_stream_bytes_delivered_total " << m_streamBytes.load(kRelaxed) << "\n";
     out << "# HELP korva_alarms_published_total Alarms put on the alarm bus by the gateway.\n"
            "# TYPE korva_alarms_published_total counter\n"
         << "korva_alarms_published_total " << m_alarmsPublished.load(kRelaxed) << "\n";

@@ -21,8 +21,8 @@ class Metrics {
     void observeRelayLatency(std::chrono::steady_clock::duration elapsed);
     void streamOpened() { m_openStreams.fetch_add(1, std::memory_order_relaxed); }
     void streamClosed() { m_openStreams.fetch_sub(1, std::memory_order_relaxed); }
-    // One stream part written completely; heartbeats are counted apart from alarms.
-    void countStreamPart(bool heartbeat);
+    // One stream part (an alarm or a heartbeat) of this many bytes written completely.
+    void countStreamPart(std::size_t bytes);
     // A KORVA connection closed at accept: its client holds maxConnectionsPerClient
     // (perClient), or the listener holds maxConnections.
     void countRefusedConnection(bool perClient) {
@@ -40,7 +40,7 @@ class Metrics {
 
     std::int64_t openStreams() const { return m_openStreams.load(std::memory_order_relaxed); }
     std::uint64_t answers(int status) const;
-    std::uint64_t alarmsDelivered() const { return m_alarmsDelivered.load(); }
+    std::uint64_t streamPartsDelivered() const { return m_streamParts.load(); }
     std::uint64_t alarmsRefused() const { return m_alarmsRefused.load(); }
 
     // The exposition text; openConnections comes from the connection registry.
@@ -59,8 +59,8 @@ class Metrics {
     std::atomic<std::uint64_t> m_latencyCount{0};
     std::atomic<std::uint64_t> m_latencySumMicros{0};
     std::atomic<std::int64_t> m_openStreams{0};
-    std::atomic<std::uint64_t> m_alarmsDelivered{0};
-    std::atomic<std::uint64_t> m_heartbeatsDelivered{0};
+    std::atomic<std::uint64_t> m_streamParts{0};
+    std::atomic<std::uint64_t> m_streamBytes{0};
     std::atomic<std::uint64_t> m_alarmsPublished{0};
     std::atomic<std::uint64_t> m_refusedPerClient{0};
     std::atomic<std::uint64_t> m_refusedListenerFull{0};

@@ -1,9 +1,5 @@
 #include "gateway/server/plugin_handler.h"
 
-#include <strings.h>
-
-#include <thread>
-
 #include "gateway/hostlib/request_context.h"
 #include "gateway/server/connection_exchange.h"
 #include "host/exchange_holder.h"
@@ -45,11 +41,9 @@ CallResult callPlugin(const PluginApi& api, const std::shared_ptr<ConnectionExch
 
 void PluginHandler::onRequest(const std::shared_ptr<Connection>& connection,
                               HttpRequest&& request) {
-    korva::host::RequestContext context{addressOf(connection->peer()),
-                                        std::string(request.target()),
-                                        connection->headRequest()
-                                            ? std::string("HEAD")
-                                            : std::string(request.method_string())};
+    korva::host::RequestContext context{
+        addressOf(connection->peer()), std::string(request.target()),
+        connection->headRequest() ? std::string("HEAD") : std::string(request.method_string())};
     auto backend = std::make_shared<ConnectionExchange>(connection, std::move(request), m_streams);
     const int handle = QXHttpService::ExchangeRegistry::instance().add(backend);
     if (handle < 0) {  // every handle is in use: refuse now, the plug-in could not answer later
@@ -62,15 +56,13 @@ void PluginHandler::onRequest(const std::shared_ptr<Connection>& connection,
         QXHttpService::ExchangeRegistry::instance().remove(handle);
     });
 
-    m_inFlight.fetch_add(1);
-    if (m_stopping.load()) {
-        m_inFlight.fetch_sub(1);
+    if (!enter()) {
         connection->answer(503, {{"Content-Type", "application/json"}},
                            jsonError(503, "the gateway is stopping"));
         return;
     }
     CallResult result = callPlugin(m_api, backend, context);
-    m_inFlight.fetch_sub(1);
+    leave();
 
     if (!result.failed && result.asyncReply == 1) {
         connection->awaitAnswer();
@@ -87,22 +79,28 @@ void PluginHandler::onRequest(const std::shared_ptr<Connection>& connection,
         connection->answer(403, {{"Content-Type", "application/json"}}, result.response);
     } else {
         HeaderList headers = backend->answerHeaders();
-        bool hasType = false;
-        for (const auto& [name, value] : headers) {
-            hasType = hasType || strcasecmp(name.c_str(), "Content-Type") == 0;
-        }
-        const std::string type = guessContentType(result.response);
-        if (!hasType && !type.empty()) headers.emplace_back("Content-Type", type);
+        addDefaultContentType(headers, result.response);
         const int status = result.status >= 100 && result.status <= 599 ? result.status : 500;
         connection->answer(status, headers, result.response);
     }
 }
 
+bool PluginHandler::enter() {
+    MutexLock lock(m_mutex);
+    if (m_stopping) return false;
+    ++m_inFlight;
+    return true;
+}
+
+void PluginHandler::leave() {
+    MutexLock lock(m_mutex);
+    if (--m_inFlight == 0 && m_stopping) m_idle.notify_all();
+}
+
 void PluginHandler::stop() {
-    m_stopping.store(true);
-    while (m_inFlight.load() != 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    MutexLock lock(m_mutex);
+    m_stopping = true;
+    while (m_inFlight != 0) m_idle.wait(lock);
 }
 
 }  // namespace korva::gateway

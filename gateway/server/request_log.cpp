@@ -6,6 +6,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "gateway/hostlib/json_text.h"
 #include "gateway/server/admin_events.h"
 
 namespace korva::gateway {
@@ -21,12 +22,6 @@ std::string isoTime(std::chrono::system_clock::time_point when) {
     const std::size_t n = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &tm);
     std::snprintf(text + n, sizeof text - n, ".%03dZ", static_cast<int>(ms < 0 ? 0 : ms));
     return text;
-}
-
-std::string compactJson(const Json::Value& value) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, value);
 }
 
 void RequestLog::onAccess(const char* tag, const AccessRecord& record) noexcept {
@@ -49,7 +44,7 @@ void RequestLog::onAccess(const char* tag, const AccessRecord& record) noexcept 
             m_entries.push_back(entry);
         }
         if (m_events && m_events->hasSubscribers()) {
-            m_events->publish("request", compactJson(entryJson(entry)));
+            m_events->publish("request", korva::host::writeCompactJson(entryJson(entry)));
         }
     } catch (...) {
         // Out of memory: the console misses this request; the access log has it.

@@ -61,7 +61,4 @@ class RequestLog : public AccessObserver {
 // ISO 8601 UTC with milliseconds: "2026-01-02T03:04:05.678Z".
 std::string isoTime(std::chrono::system_clock::time_point when);
 
-// One line of compact JSON (no trailing newline), as events carry it.
-std::string compactJson(const Json::Value& value);
-
 }  // namespace korva::gateway

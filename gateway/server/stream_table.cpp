@@ -2,6 +2,7 @@
 
 #include <json/value.h>
 
+#include "gateway/hostlib/json_text.h"
 #include "gateway/server/admin_events.h"
 #include "gateway/server/request_log.h"
 
@@ -36,7 +37,7 @@ std::shared_ptr<StreamTable::Entry> StreamTable::open(std::uint64_t connectionId
         data["client"] = entry->client;
         data["connection"] = static_cast<Json::UInt64>(connectionId);
         data["openedAt"] = isoTime(entry->opened);
-        m_events->publish("stream-open", compactJson(data));
+        m_events->publish("stream-open", korva::host::writeCompactJson(data));
     }
     return entry;
 }
@@ -44,9 +45,6 @@ std::shared_ptr<StreamTable::Entry> StreamTable::open(std::uint64_t connectionId
 void StreamTable::countPart(Entry& entry, const std::string& bytes) {
     entry.parts.fetch_add(1, std::memory_order_relaxed);
     entry.bytes.fetch_add(bytes.size(), std::memory_order_relaxed);
-    if (bytes.find("<eventType>heartBeat</eventType>") != std::string::npos) {
-        entry.heartbeats.fetch_add(1, std::memory_order_relaxed);
-    }
 }
 
 void StreamTable::close(const std::shared_ptr<Entry>& entry) {
@@ -61,11 +59,10 @@ void StreamTable::close(const std::shared_ptr<Entry>& entry) {
         data["devIndex"] = entry->devIndex;
         data["client"] = entry->client;
         data["parts"] = static_cast<Json::UInt64>(entry->parts.load());
-        data["heartbeats"] = static_cast<Json::UInt64>(entry->heartbeats.load());
         data["seconds"] =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - entry->openedSteady)
                 .count();
-        m_events->publish("stream-close", compactJson(data));
+        m_events->publish("stream-close", korva::host::writeCompactJson(data));
     }
 }
 
@@ -82,7 +79,7 @@ std::vector<StreamTable::Snapshot> StreamTable::snapshot() const {
     for (const auto& e : open) {
         out.push_back({e->id, e->connectionId, e->devIndex, e->user, e->client, e->opened,
                        std::chrono::duration<double>(now - e->openedSteady).count(),
-                       e->parts.load(), e->heartbeats.load(), e->bytes.load()});
+                       e->parts.load(), e->bytes.load()});
     }
     return out;
 }

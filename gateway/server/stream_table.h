@@ -31,7 +31,6 @@ class StreamTable {
         std::chrono::system_clock::time_point opened;
         std::chrono::steady_clock::time_point openedSteady;
         std::atomic<std::uint64_t> parts{0};  // accepted by the connection (heartbeats included)
-        std::atomic<std::uint64_t> heartbeats{0};
         std::atomic<std::uint64_t> bytes{0};
         std::atomic<bool> closed{false};
     };
@@ -54,7 +53,7 @@ class StreamTable {
         std::string devIndex, user, client;
         std::chrono::system_clock::time_point opened;
         double ageSeconds;
-        std::uint64_t parts, heartbeats, bytes;
+        std::uint64_t parts, bytes;
     };
     std::vector<Snapshot> snapshot() const;
 

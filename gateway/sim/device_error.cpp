@@ -4,6 +4,8 @@
 
 #include <array>
 
+#include "gateway/hostlib/json_text.h"
+
 namespace korva::sim {
 
 namespace {
@@ -34,9 +36,7 @@ std::string deviceStatus(std::uint32_t errorCode, const std::string& message) {
     status["statusString"] = statusStringOf(errorCode);
     status["errorCode"] = static_cast<Json::Int>(errorCode);
     status["errorMsg"] = message;
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, status);
+    return korva::host::writeCompactJson(status);
 }
 
 std::string deviceOk() {

@@ -9,9 +9,7 @@ bool parseJson(const std::string& text, Json::Value* out) {
 }
 
 std::string writeJson(const Json::Value& value) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, value);
+    return korva::host::writeCompactJson(value);
 }
 
 const Json::Value& member(const Json::Value& value, const char* name) {

@@ -129,7 +129,7 @@ class StressTest(GatewayTestCase):
         # 500 is a detached device, 503 a silent one or a relay bound; nothing else.
         self.assertLessEqual(set(statuses), {200, 500, 503})
 
-        for name in ("korva_alarms_delivered_total", "korva_heartbeats_delivered_total"):
+        for name in ("korva_stream_parts_delivered_total", "korva_stream_bytes_delivered_total"):
             self.assertGreater(self.metric(name), 0, name)
         for _, _, device, _ in USERS:  # every device back, whatever the last chaos step was
             self.assertEqual(gateway.admin("POST", "/admin/devices/%s/attach" % device)[0], 200)

@@ -32,8 +32,8 @@ struct ExchangeProbe {
     int method = -1, badLength = 0, first = 0, second = 0;
     bool operator==(const ExchangeProbe&) const = default;
 };
-const ExchangeProbe kConformingProbe{"/conformance?q=1", "yes", QXHttpService::kMethodPut, -1, 4,
-                                     CHttpExchange::kLinkBroken};
+const ExchangeProbe kConformingProbe{
+    "/conformance?q=1", "yes", QXHttpService::kMethodPut, -1, 4, CHttpExchange::kLinkBroken};
 
 // Reads the request, then gives one complete answer (status 201, one X-Answer header, "<a/>")
 // and tries a second one.
@@ -70,7 +70,6 @@ struct Script {
 Script* script = nullptr;
 
 const char kStreamPart[] = "--boundary\r\nContent-Length: 3\r\n\r\nabc";
-
 
 // Answers by path: the test names the behaviour in the URL.
 int fakeProcess(int* handled, std::string* response, int* asyncReply,
@@ -339,7 +338,8 @@ TEST_F(ServerTest, ExceptionsOfPluginAndHandlerAreAnswered500AndServingGoesOn) {
     ThrowingHandler handler;
     ServerLimits limits;
     ConnectionRegistry registry;
-    auto listener = std::make_shared<Listener>(io, handler, limits, registry, nullptr, "TEST");
+    Metrics metrics;
+    auto listener = std::make_shared<Listener>(io, handler, limits, registry, metrics, "TEST");
     std::string error;
     ASSERT_TRUE(listener->bind("127.0.0.1", 0, &error)) << error;
     listener->start();
