@@ -180,6 +180,7 @@ async function refreshMetrics() {
     ['open connections', sum(m, 'korva_open_connections')],
     ['open streams', sum(m, 'korva_open_streams')],
     ['alarms published', sum(m, 'korva_alarms_published_total')],
+    ['alarms delivered', sum(m, 'korva_alarms_delivered_total')],
     ['stream parts', sum(m, 'korva_stream_parts_delivered_total')],
     ['relay avg ms', latencyCount ? (1000 * sum(m, 'korva_relay_latency_seconds_sum') / latencyCount).toFixed(1) : '-'],
     ['relays waiting', sum(m, 'korva_relays_outstanding')],

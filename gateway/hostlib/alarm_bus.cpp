@@ -5,6 +5,8 @@
 #include <json/json.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <condition_variable>
 #include <map>
 #include <memory>
@@ -219,6 +221,7 @@ class AlarmBus {
     }
 
     void flush() { m_delivery.flush(); }
+    std::uint64_t delivered() const { return m_delivered.load(std::memory_order_relaxed); }
     void stop() { m_delivery.stop(); }
 
   private:
@@ -245,7 +248,10 @@ class AlarmBus {
             void* const user = next->second.user;
             m_running = last;
             lock.unlock();
-            callback(bytes.data(), static_cast<int>(bytes.size()), user);
+            const int taken = callback(bytes.data(), static_cast<int>(bytes.size()), user);
+            if (taken == static_cast<int>(bytes.size())) {
+                m_delivered.fetch_add(1, std::memory_order_relaxed);
+            }
             lock.lock();
             m_running = 0;
             m_routineDone.notify_all();
@@ -258,6 +264,7 @@ class AlarmBus {
     int m_nextId GUARDED_BY(m_mutex) = 1;   // ids are never reused, not even after a reset
     int m_running GUARDED_BY(m_mutex) = 0;  // subscription whose routine is being called, or 0
     TaskQueue m_delivery{"alarm-delivery", 1, kQueueCapacity};
+    std::atomic<std::uint64_t> m_delivered{0};  // deliveries a routine took whole
 };
 
 template struct PartDeleter<AlarmBus>;
@@ -275,6 +282,9 @@ bool publishAlarm(const std::string& devIndex, const std::string& bytes) {
 }
 void resetAlarmBus() {
     AlarmBus::instance().reset();
+}
+std::uint64_t alarmsDelivered() {
+    return AlarmBus::instance().delivered();
 }
 std::vector<SubscriptionState> listSubscriptions() {
     return AlarmBus::instance().list();

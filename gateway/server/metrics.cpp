@@ -1,5 +1,7 @@
 #include "gateway/server/metrics.h"
 
+#include "gateway/hostlib/host_alarms.h"
+
 #include <sstream>
 
 #include "gateway/hostlib/host_devices.h"
@@ -133,6 +135,10 @@ std::string Metrics::render(std::size_t openConnections) const {
     out << "# HELP korva_alarms_published_total Alarms put on the alarm bus by the gateway.\n"
            "# TYPE korva_alarms_published_total counter\n"
         << "korva_alarms_published_total " << m_alarmsPublished.load(kRelaxed) << "\n";
+    out << "# HELP korva_alarms_delivered_total Alarms the alarm bus handed to a subscription "
+           "(the protocol plug-in), one per alarm and subscription.\n"
+           "# TYPE korva_alarms_delivered_total counter\n"
+        << "korva_alarms_delivered_total " << korva::host::alarmsDelivered() << "\n";
     out << "# HELP korva_alarms_refused_total Alarms refused because the alarm bus was full.\n"
            "# TYPE korva_alarms_refused_total counter\n"
         << "korva_alarms_refused_total " << m_alarmsRefused.load(kRelaxed) << "\n";

@@ -112,7 +112,8 @@ class AdminApiTest(GatewayTestCase):
             self.assertGreaterEqual(self.gateway.open_connections(), 1)
         self.assertEqual(count(401), before + 1)
         for name in ["korva_relay_latency_seconds_bucket", "korva_open_streams",
-                     "korva_stream_parts_delivered_total", "korva_open_connections",
+                     "korva_stream_parts_delivered_total", "korva_alarms_delivered_total",
+                     "korva_open_connections",
                      "korva_alarms_refused_total 0"]:
             self.assertIn(name, metrics())
         self.assertTrue(self.gateway.wait_for(lambda: self.gateway.open_connections() == 0))
