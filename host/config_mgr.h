@@ -9,14 +9,15 @@
 namespace QXConfigMgr {
 
 class CUserCfg {
-public:
-    CUserCfg(bool activated, std::string realm) : m_activated(activated), m_realm(std::move(realm)) {}
+  public:
+    CUserCfg(bool activated, std::string realm)
+        : m_activated(activated), m_realm(std::move(realm)) {}
     // Nonzero when the gateway is activated.
     int isActivated() const { return m_activated ? 1 : 0; }
     // Digest realm.
     std::string getRealm() const { return m_realm; }
 
-private:
+  private:
     bool m_activated;
     std::string m_realm;
 };
@@ -33,7 +34,7 @@ struct NetworkPorts {
 };
 
 class CNetworkCfg {
-public:
+  public:
     explicit CNetworkCfg(const NetworkPorts& ports) : m_ports(ports) {}
     uint16_t getHttpPort() const { return m_ports.httpPort; }
     uint16_t getHttpsPort() const { return m_ports.httpsPort; }
@@ -44,7 +45,7 @@ public:
     uint16_t getExtHttpsPort() const { return m_ports.extHttpsPort; }
     uint16_t getExtRtspPort() const { return m_ports.extRtspPort; }
 
-private:
+  private:
     NetworkPorts m_ports;
 };
 

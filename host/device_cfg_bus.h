@@ -11,7 +11,7 @@ struct DeviceCfgContext {
     int32_t httpHandle;        // CHttpExchange::getHttpHandle() of the request
     int32_t attachmentLength;  // length of attachment
     char* attachment;          // owned extra data, or null
-    void* handler;             // non-owning: the handler that started the relay (test for null only)
+    void* handler;  // non-owning: the handler that started the relay (test for null only)
 };
 
 // Completion routine: data/length is the device's answer (JSON text, not terminated; or one of

@@ -6,11 +6,11 @@
 
 // An attached device. The manager shares ownership with whoever looks it up.
 class CVexDevice {
-public:
+  public:
     explicit CVexDevice(std::string devIndex) : m_devIndex(std::move(devIndex)) {}
     const std::string& getDevIndex() const { return m_devIndex; }
 
-private:
+  private:
     std::string m_devIndex;
 };
 

@@ -32,9 +32,9 @@ static_assert(offsetof(DigestCheckResult, devIndex) == 5129);
 
 // Result codes of QX_KORVAMgrBus_CheckDigest.
 enum : int {
-    kDigestAuthenticated = 0,     // out->devIndex names the user's device
-    kDigestChallengeDue = 1,      // no, malformed, stale or replayed credentials
-    kDigestRejected = 1028,       // wrong credentials or locked user; counters filled
+    kDigestAuthenticated = 0,  // out->devIndex names the user's device
+    kDigestChallengeDue = 1,   // no, malformed, stale or replayed credentials
+    kDigestRejected = 1028,    // wrong credentials or locked user; counters filled
 };
 
 // Verifies the Authorization header of a request made with methodName ("GET", ...).

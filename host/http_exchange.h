@@ -40,7 +40,7 @@ enum : unsigned char {
 };
 
 class CHttpExchange {
-public:
+  public:
     // Result of response() once the peer is gone.
     static constexpr int kLinkBroken = static_cast<int>(0xF0F0F0F0u);
 
@@ -73,7 +73,7 @@ public:
     // True when the exchange is bound to an open request.
     bool isAttached() const;
 
-private:
+  private:
     std::shared_ptr<ExchangeBackend> m_backend;
 };
 

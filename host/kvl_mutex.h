@@ -17,7 +17,7 @@
 namespace kvl {
 
 class QX_HOST_EXPORTED_CLASS kvl_mutex {
-public:
+  public:
     kvl_mutex();
     ~kvl_mutex();
     kvl_mutex(const kvl_mutex&) = delete;
@@ -30,12 +30,12 @@ public:
     int Lock();
     int Unlock();
 
-private:
+  private:
     pthread_mutex_t m_mutex;
 };
 
 class QX_HOST_EXPORTED_CLASS kvl_recursive_mutex {
-public:
+  public:
     kvl_recursive_mutex();
     kvl_recursive_mutex(const kvl_recursive_mutex& other) : m_mutex(other.m_mutex) {}
     kvl_recursive_mutex& operator=(const kvl_recursive_mutex& other) {
@@ -47,13 +47,13 @@ public:
     int Lock();
     int Unlock();
 
-private:
+  private:
     pthread_mutex_t m_mutex;
 };
 
 // Stand-in for a string helper class of the runtime; assignment leaves the object unchanged.
 class QX_HOST_EXPORTED_CLASS kvl_string {
-public:
+  public:
     kvl_string() = default;
     kvl_string(const kvl_string&) = default;
     kvl_string& operator=(const kvl_string&) { return *this; }
@@ -66,7 +66,7 @@ public:
 typedef kvl::kvl_mutex KVL_Mutex;
 
 class QX_HOST_EXPORTED_CLASS KVL_Guard {
-public:
+  public:
     // Stores the pointer and locks the mutex (a null pointer is stored and nothing is locked).
     explicit KVL_Guard(KVL_Mutex* mutex) : m_mutex(mutex) {
         if (m_mutex != nullptr) m_mutex->Lock();
@@ -91,6 +91,6 @@ public:
     // NOLINTNEXTLINE(bugprone-reserved-identifier): the runtime's own name
     void __autoclassinit2(std::size_t size) { std::memset(static_cast<void*>(this), 0, size); }
 
-private:
+  private:
     KVL_Mutex* m_mutex;
 };

@@ -11,7 +11,7 @@
 namespace QXBase {
 
 class CRESTfulProtocol {
-public:
+  public:
     CRESTfulProtocol() = default;
 
     // Host classification helpers; a protocol plug-in does not call them.

@@ -14,7 +14,7 @@
 namespace QXBase {
 
 class QX_THREAD_ANNOTATION(capability("rwlock")) CRWLock {
-public:
+  public:
     CRWLock() = default;
     CRWLock(const CRWLock&) = delete;
     CRWLock& operator=(const CRWLock&) = delete;
@@ -24,13 +24,13 @@ public:
     void WriteLock() QX_THREAD_ANNOTATION(acquire_capability()) { m_lock.lock(); }
     void WriteUnlock() QX_THREAD_ANNOTATION(release_capability()) { m_lock.unlock(); }
 
-private:
+  private:
     std::shared_mutex m_lock;
 };
 
 // Holds the read side of a CRWLock for its lifetime.
 class QX_THREAD_ANNOTATION(scoped_lockable) CReadLockGuard {
-public:
+  public:
     explicit CReadLockGuard(CRWLock& lock) QX_THREAD_ANNOTATION(acquire_shared_capability(lock))
         : m_lock(lock) {
         m_lock.ReadLock();
@@ -39,13 +39,13 @@ public:
     CReadLockGuard(const CReadLockGuard&) = delete;
     CReadLockGuard& operator=(const CReadLockGuard&) = delete;
 
-private:
+  private:
     CRWLock& m_lock;
 };
 
 // Holds the write side of a CRWLock for its lifetime.
 class QX_THREAD_ANNOTATION(scoped_lockable) CWriteLockGuard {
-public:
+  public:
     explicit CWriteLockGuard(CRWLock& lock) QX_THREAD_ANNOTATION(acquire_capability(lock))
         : m_lock(lock) {
         m_lock.WriteLock();
@@ -54,7 +54,7 @@ public:
     CWriteLockGuard(const CWriteLockGuard&) = delete;
     CWriteLockGuard& operator=(const CWriteLockGuard&) = delete;
 
-private:
+  private:
     CRWLock& m_lock;
 };
 

@@ -14,9 +14,11 @@ namespace Sqlite3DO {
 
 // An error of the database library: a 32-bit code and a message.
 class QX_HOST_EXPORTED_CLASS CSQlite3Error : public std::exception {
-public:
-    CSQlite3Error(int32_t code, std::string message) : m_code(code), m_message(std::move(message)) {}
-    CSQlite3Error(const CSQlite3Error& other) : std::exception(other), m_code(other.m_code), m_message(other.m_message) {}
+  public:
+    CSQlite3Error(int32_t code, std::string message)
+        : m_code(code), m_message(std::move(message)) {}
+    CSQlite3Error(const CSQlite3Error& other)
+        : std::exception(other), m_code(other.m_code), m_message(other.m_message) {}
     // Member-wise, so assigning an error to itself is harmless.
     // NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
     CSQlite3Error& operator=(const CSQlite3Error& other) {
@@ -30,14 +32,14 @@ public:
     const char* ErrMsg() const { return m_message.c_str(); }
     const char* what() const noexcept override { return m_message.c_str(); }
 
-private:
+  private:
     int32_t m_code;
     std::string m_message;
 };
 
 // A cursor over a query result: attached when both handles are set.
 class QX_HOST_EXPORTED_CLASS CSQLite3Recordset {
-public:
+  public:
     CSQLite3Recordset() : m_database(nullptr), m_statement(nullptr), m_fieldCount(0), m_eof(true) {}
     CSQLite3Recordset(void* database, void* statement, int32_t fieldCount, bool eof)
         : m_database(database), m_statement(statement), m_fieldCount(fieldCount), m_eof(eof) {}
@@ -60,7 +62,7 @@ public:
     // Exposes the private index check to tests of the exported interface.
     bool IsValidIndex(int32_t index) const { return CheckIndex(index); }
 
-private:
+  private:
     bool CheckIndex(int32_t index) const { return index >= 0 && index < m_fieldCount; }
 
     void* m_database;

@@ -46,7 +46,7 @@
 namespace QXBase {
 
 class CXmlBase {
-public:
+  public:
     CXmlBase();
     ~CXmlBase();
     CXmlBase(const CXmlBase&) = delete;
@@ -75,7 +75,7 @@ public:
     std::string WriteToBuf() const;
     std::string GetChildren() const;
 
-private:
+  private:
     struct Impl;
     std::unique_ptr<Impl> m_impl;
 };

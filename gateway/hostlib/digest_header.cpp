@@ -12,17 +12,34 @@ namespace {
 bool isTchar(char c) {
     if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
     switch (c) {
-    case '!': case '#': case '$': case '%': case '&': case '\'': case '*': case '+': case '-':
-    case '.': case '^': case '_': case '`': case '|': case '~':
-        return true;
-    default:
-        return false;
+        case '!':
+        case '#':
+        case '$':
+        case '%':
+        case '&':
+        case '\'':
+        case '*':
+        case '+':
+        case '-':
+        case '.':
+        case '^':
+        case '_':
+        case '`':
+        case '|':
+        case '~':
+            return true;
+        default:
+            return false;
     }
 }
 
-bool isOws(char c) { return c == ' ' || c == '\t'; }
+bool isOws(char c) {
+    return c == ' ' || c == '\t';
+}
 
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 bool equalsNoCase(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) return false;
@@ -33,9 +50,13 @@ bool equalsNoCase(std::string_view a, std::string_view b) {
 }
 
 // Characters allowed in a quoted string (qdtext and the escaped half of a quoted-pair).
-bool isQuotedChar(unsigned char c) { return c == '\t' || (c >= 0x20 && c != 0x7F); }
+bool isQuotedChar(unsigned char c) {
+    return c == '\t' || (c >= 0x20 && c != 0x7F);
+}
 
-int hexValue(char c) { return korva::host::hexDigitValue(c); }
+int hexValue(char c) {
+    return korva::host::hexDigitValue(c);
+}
 
 }  // namespace
 

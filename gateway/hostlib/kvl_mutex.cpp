@@ -13,11 +13,17 @@ kvl_mutex::kvl_mutex() {
     pthread_mutexattr_destroy(&attr);
 }
 
-kvl_mutex::~kvl_mutex() { pthread_mutex_destroy(&m_mutex); }
+kvl_mutex::~kvl_mutex() {
+    pthread_mutex_destroy(&m_mutex);
+}
 
-int kvl_mutex::Lock() { return pthread_mutex_lock(&m_mutex); }
+int kvl_mutex::Lock() {
+    return pthread_mutex_lock(&m_mutex);
+}
 
-int kvl_mutex::Unlock() { return pthread_mutex_unlock(&m_mutex); }
+int kvl_mutex::Unlock() {
+    return pthread_mutex_unlock(&m_mutex);
+}
 
 kvl_recursive_mutex::kvl_recursive_mutex() {
     pthread_mutexattr_t attr;
@@ -27,8 +33,12 @@ kvl_recursive_mutex::kvl_recursive_mutex() {
     pthread_mutexattr_destroy(&attr);
 }
 
-int kvl_recursive_mutex::Lock() { return pthread_mutex_lock(&m_mutex); }
+int kvl_recursive_mutex::Lock() {
+    return pthread_mutex_lock(&m_mutex);
+}
 
-int kvl_recursive_mutex::Unlock() { return pthread_mutex_unlock(&m_mutex); }
+int kvl_recursive_mutex::Unlock() {
+    return pthread_mutex_unlock(&m_mutex);
+}
 
 }  // namespace kvl

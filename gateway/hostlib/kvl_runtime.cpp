@@ -29,7 +29,8 @@ char* KVL_Itoa(int value, char* buffer, int radix) {
     static const char kDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
     // Negative values carry a sign only in radix 10; other radices show the two's complement.
     bool negative = radix == 10 && value < 0;
-    uint32_t magnitude = negative ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+    uint32_t magnitude =
+        negative ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
     char reversed[33];
     int n = 0;
     do {
@@ -68,7 +69,9 @@ int32_t KVL_Atoi32(const char* text) {
     return static_cast<int32_t>(negative ? -acc : acc);
 }
 
-uint32_t KVL_GetTimeTick() { return korva::host::detail::tickNow(); }
+uint32_t KVL_GetTimeTick() {
+    return korva::host::detail::tickNow();
+}
 
 int32_t KVL_AtomicInc(volatile int32_t* value) {
     return __atomic_add_fetch(value, 1, __ATOMIC_SEQ_CST);
@@ -78,8 +81,14 @@ int32_t KVL_AtomicDec(volatile int32_t* value) {
     return __atomic_sub_fetch(value, 1, __ATOMIC_SEQ_CST);
 }
 
-int KVL_GetLastError() { return t_lastError; }
+int KVL_GetLastError() {
+    return t_lastError;
+}
 
-void KVL_SetLastError(int error) { t_lastError = error; }
+void KVL_SetLastError(int error) {
+    t_lastError = error;
+}
 
-int KVL_GetSystemLastError() { return errno; }
+int KVL_GetSystemLastError() {
+    return errno;
+}

@@ -1,10 +1,9 @@
 // QXBase::CXmlBase on pugixml, with the cursor model documented in host/xml_base.h.
 #include "host/xml_base.h"
 
-#include <pugixml.hpp>
-
 #include <algorithm>
 #include <cstring>
+#include <pugixml.hpp>
 #include <string>
 #include <string_view>
 
@@ -39,8 +38,8 @@ struct StringWriter : pugi::xml_writer {
 
 // parse_fragment keeps text outside the root as nodes (pugixml drops it silently otherwise), so
 // that Parse can refuse it; DOCTYPE nodes are kept so that they can be refused too.
-constexpr unsigned kParseFlags = pugi::parse_default | pugi::parse_declaration |
-                                 pugi::parse_doctype | pugi::parse_fragment;
+constexpr unsigned kParseFlags =
+    pugi::parse_default | pugi::parse_declaration | pugi::parse_doctype | pugi::parse_fragment;
 constexpr unsigned kFormatFlags = pugi::format_indent | pugi::format_no_declaration;
 
 bool nameMatches(const pugi::xml_node& node, const char* name) {
@@ -65,8 +64,8 @@ pugi::xml_node findFrom(pugi::xml_node start, const char* name) {
 bool hasDoctype(std::string_view text) {
     size_t i = text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;  // UTF-8 byte order mark
     for (;;) {
-        while (i < text.size() && (text[i] == ' ' || text[i] == '\t' || text[i] == '\r' ||
-                                   text[i] == '\n')) {
+        while (i < text.size() &&
+               (text[i] == ' ' || text[i] == '\t' || text[i] == '\r' || text[i] == '\n')) {
             ++i;
         }
         if (text.compare(i, 4, "<!--") == 0) {
@@ -224,7 +223,9 @@ std::string serialize(const pugi::xml_node& node) {
 
 }  // namespace
 
-CXmlBase::CXmlBase() : m_impl(std::make_unique<Impl>()) { m_impl->reset(); }
+CXmlBase::CXmlBase() : m_impl(std::make_unique<Impl>()) {
+    m_impl->reset();
+}
 
 CXmlBase::~CXmlBase() = default;
 
@@ -245,16 +246,16 @@ bool CXmlBase::Parse(const std::string& text) {
     int roots = 0;
     for (pugi::xml_node node = m_impl->doc.first_child(); ok && node; node = node.next_sibling()) {
         switch (node.type()) {
-        case pugi::node_element:
-            ++roots;
-            break;
-        case pugi::node_declaration:
-        case pugi::node_comment:
-        case pugi::node_pi:
-            break;
-        default:  // DOCTYPE, text or CDATA outside the root
-            ok = false;
-            break;
+            case pugi::node_element:
+                ++roots;
+                break;
+            case pugi::node_declaration:
+            case pugi::node_comment:
+            case pugi::node_pi:
+                break;
+            default:  // DOCTYPE, text or CDATA outside the root
+                ok = false;
+                break;
         }
     }
     if (ok && roots == 1) {
@@ -383,7 +384,9 @@ int CXmlBase::WriteToBuf(char* buffer, int capacity) const {
     return static_cast<int>(length);
 }
 
-std::string CXmlBase::WriteToBuf() const { return serialize(m_impl->doc); }
+std::string CXmlBase::WriteToBuf() const {
+    return serialize(m_impl->doc);
+}
 
 std::string CXmlBase::GetChildren() const {
     pugi::xml_node root = m_impl->doc.document_element();

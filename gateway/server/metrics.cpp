@@ -1,9 +1,8 @@
 #include "gateway/server/metrics.h"
 
-#include "gateway/hostlib/host_alarms.h"
-
 #include <sstream>
 
+#include "gateway/hostlib/host_alarms.h"
 #include "gateway/hostlib/host_devices.h"
 #include "gateway/hostlib/host_logging.h"
 

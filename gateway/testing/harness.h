@@ -27,7 +27,7 @@ namespace korva::testing {
 // test) and returns kLinkBroken.
 class RecordingExchange : public QXHttpService::ExchangeBackend,
                           public std::enable_shared_from_this<RecordingExchange> {
-public:
+  public:
     static std::shared_ptr<RecordingExchange> create(
         unsigned char method, std::string url, std::map<std::string, std::string> headers = {});
     ~RecordingExchange() override;
@@ -47,8 +47,8 @@ public:
     std::string answerHeader(const std::string& name) const;  // "" when not set
     bool hasAnswerHeader(const std::string& name) const;
     std::map<std::string, std::string> answerHeaders() const;
-    bool streaming() const;        // setMIME() without arguments was called
-    std::string written() const;   // all bytes passed to respond(), concatenated
+    bool streaming() const;                   // setMIME() without arguments was called
+    std::string written() const;              // all bytes passed to respond(), concatenated
     std::vector<std::string> writes() const;  // one entry per respond() call
     int respondCount() const;
 
@@ -64,7 +64,7 @@ public:
     using DoubleAnswerHandler = void (*)(const std::string& url);
     static DoubleAnswerHandler setDoubleAnswerHandler(DoubleAnswerHandler handler);
 
-private:
+  private:
     RecordingExchange(unsigned char method, std::string url,
                       std::map<std::string, std::string> headers);
 
@@ -86,7 +86,7 @@ private:
 // An exchange that is not registered and ignores its answer: what the bus and the registry see
 // of a client's request, with the client's address. Thread-safe (immutable).
 class IdleExchange : public QXHttpService::ExchangeBackend {
-public:
+  public:
     explicit IdleExchange(std::string peer = {}) : m_peer(std::move(peer)) {}
     std::string url() const override { return {}; }
     unsigned char method() const override { return QXHttpService::kMethodGet; }
@@ -98,13 +98,13 @@ public:
     int respond(const void*, int length) override { return length; }
     std::string peer() const override { return m_peer; }
 
-private:
+  private:
     const std::string m_peer;
 };
 
 // One request as the host hands it to the plug-in: the holder and its storage.
 class TestRequest {
-public:
+  public:
     TestRequest(unsigned char method, std::string url, std::string body = {},
                 std::map<std::string, std::string> headers = {});
     // Copies share the exchange; each copy's holder points at its own body text.
@@ -115,7 +115,7 @@ public:
     RecordingExchange& exchange() const { return *m_exchange; }
     int handle() const { return m_exchange->handle(); }
 
-private:
+  private:
     std::shared_ptr<RecordingExchange> m_exchange;
     std::string m_body;
     ExchangeHolder m_holder;
@@ -126,7 +126,7 @@ private:
 //   Deferred:  keeps each reply; the test releases it with replyPending.
 //   Silent:    never answers (the bus timeout applies).
 class ScriptedDevice : public korva::host::DeviceEndpoint {
-public:
+  public:
     enum class Mode { kImmediate, kDeferred, kSilent };
 
     void setMode(Mode mode);
@@ -141,7 +141,7 @@ public:
     // no such pending reply.
     bool replyPending(size_t index, std::string bytes);
 
-private:
+  private:
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     Mode m_mode = Mode::kImmediate;
@@ -152,7 +152,7 @@ private:
 
 // Collects host log lines while alive (replaces the sink; restores stderr at destruction).
 class LogCapture {
-public:
+  public:
     explicit LogCapture(int level = 1);
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;
@@ -168,7 +168,7 @@ public:
     bool contains(const std::string& text, int level = -1) const;
     void clear();
 
-private:
+  private:
     struct State;
     std::shared_ptr<State> m_state;
 };
@@ -179,7 +179,7 @@ private:
 // digest uri not compared). Restores a clean host on destruction (devices cleared, alarm bus
 // reset, real clock, scope-less checks refused again).
 class HostFixture {
-public:
+  public:
     HostFixture();
     ~HostFixture();
     HostFixture(const HostFixture&) = delete;
@@ -203,7 +203,7 @@ public:
     static TestRequest authorizedRequest(unsigned char method, const std::string& url,
                                          const std::string& body = {});
 
-private:
+  private:
     std::shared_ptr<ScriptedDevice> m_device;
 };
 

@@ -12,7 +12,7 @@
 namespace QXKORVAProtocol {
 
 class CProtocolBase : public QXBase::CRESTfulProtocol {
-public:
+  public:
     // The pipeline. Returns the HTTP status, or -1 when matchURL declines (then nothing is
     // written). Not overridden by any handler.
     virtual int proc(int* handled, std::string* response, int* asyncReply,
@@ -31,8 +31,8 @@ public:
     // "Digest qop="auth", realm="<realm>", nonce="<fresh nonce>", stale="FALSE"".
     static std::string createDigestChallenge();
     // The 401 document, with lock information unless withoutLockInfo is nonzero.
-    static std::string getUnauthorizedResponse(const char* url, int retryLoginTime,
-                                               int unlockTime, int withoutLockInfo);
+    static std::string getUnauthorizedResponse(const char* url, int retryLoginTime, int unlockTime,
+                                               int withoutLockInfo);
 };
 
 }  // namespace QXKORVAProtocol

@@ -24,7 +24,7 @@
 namespace QXKORVAProtocol {
 
 class CDevCfgBase : public CProtocolBase {
-public:
+  public:
     int procProtocol(int* handled, std::string* response, int* asyncReply,
                      const ExchangeHolder& exchange, const std::string& devIndex) final;
 
@@ -33,8 +33,8 @@ public:
     virtual int covertUrlandBody(std::string* jsonUrl, std::string* jsonBody,
                                  const ExchangeHolder& exchange, const std::string& devIndex) = 0;
     // Last chance to adjust the relay; nonzero = go on, 0 = refuse. The base returns 1.
-    virtual int prepareAsynRequest(DeviceCfgContext* context, std::string* jsonBody,
-                                   int* timeoutMs, QXHttpService::CHttpExchange* exchange);
+    virtual int prepareAsynRequest(DeviceCfgContext* context, std::string* jsonBody, int* timeoutMs,
+                                   QXHttpService::CHttpExchange* exchange);
 
     // Completion routine handed to the bus; userData is the DeviceCfgContext, released here.
     // 0 handled, -1 unusable context.
@@ -42,8 +42,8 @@ public:
 
     // Offers the answer to covertRsp of a fresh instance of each handler in chain order; the
     // first result other than -1, or -1.
-    static int covertRspChain(std::string* xmlOut, const Json::Value& root,
-                              const std::string& url, int method);
+    static int covertRspChain(std::string* xmlOut, const Json::Value& root, const std::string& url,
+                              int method);
 };
 
 }  // namespace QXKORVAProtocol

@@ -99,7 +99,9 @@ TEST_F(DeviceManagerTest, RegistrationArguments) {
     EXPECT_EQ(-1, QX_DeviceMgr_NotifyDetach(recordEvent));
 }
 
-void slowRoutine(int, const char*, void* user) { static_cast<SlowRoutine*>(user)->run(); }
+void slowRoutine(int, const char*, void* user) {
+    static_cast<SlowRoutine*>(user)->run();
+}
 
 TEST_F(DeviceManagerTest, NotifyDetachWaitsForARunningRoutineAndStopsLaterCalls) {
     SlowRoutine routine;

@@ -86,7 +86,8 @@ TEST(Exchange, HandlesWrapSkippingThoseStillReferredToAndRunOutCleanly) {
 TEST(Exchange, TheProcessRegistryForgetsBackendsThatDiedUnremoved) {
     auto& registry = ExchangeRegistry::instance();
     const size_t before = registry.size();
-    for (int i = 0; i < 1000; ++i) EXPECT_GT(registry.add(std::make_shared<korva::testing::IdleExchange>()), 0);
+    for (int i = 0; i < 1000; ++i)
+        EXPECT_GT(registry.add(std::make_shared<korva::testing::IdleExchange>()), 0);
     EXPECT_EQ(registry.size(), before);
 }
 

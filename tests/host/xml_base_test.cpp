@@ -1,11 +1,11 @@
 // The XML document class: cursor semantics, building, writing and refusal of unsafe input.
+#include "host/xml_base.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstring>
 #include <string>
-
-#include "host/xml_base.h"
 
 using QXBase::CXmlBase;
 
@@ -96,7 +96,14 @@ TEST(XmlCursor, DecodesEntitiesAndReparseResetsTheCursor) {
 
 TEST(XmlParse, RefusesMalformedAndUnsafeDocuments) {
     const char* const bad[] = {
-        "", "   ", "<a>", "<a></b>", "<a/><b/>", "text<a/>", "<a/>text", "<!DOCTYPE a><a/>",
+        "",
+        "   ",
+        "<a>",
+        "<a></b>",
+        "<a/><b/>",
+        "text<a/>",
+        "<a/>text",
+        "<!DOCTYPE a><a/>",
         "<?xml version=\"1.0\"?>\n<!-- c -->\n<!DOCTYPE a SYSTEM \"file:///etc/passwd\"><a/>",
         "\xEF\xBB\xBF<!DOCTYPE a><a/>",
         "<a><!DOCTYPE b></a>",
@@ -189,9 +196,9 @@ TEST(XmlBuild, RefusesASecondRoot) {
     ASSERT_TRUE(xml.CreateRoot("a"));
     EXPECT_FALSE(xml.CreateRoot("b"));
     EXPECT_EQ(xml.GetTagName(), "a");  // CreateRoot entered the root: (root, none)
-    ASSERT_TRUE(xml.OutOfElem());       // (document, root)
+    ASSERT_TRUE(xml.OutOfElem());      // (document, root)
     EXPECT_FALSE(xml.OutOfElem());
-    EXPECT_FALSE(xml.AddNode("b"));     // would be a second root
+    EXPECT_FALSE(xml.AddNode("b"));  // would be a second root
     EXPECT_EQ(xml.GetChildren(), "<a />\n");
 }
 

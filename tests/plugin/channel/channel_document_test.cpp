@@ -99,30 +99,40 @@ TEST(ChannelAnswerToXml, ValueRules) {
         const char* value;
         const char* text;
     } cases[] = {
-        {"id", "101", kFails}, {"enabled", "\"true\"", kFails}, {"Transport", "[]", kFails},
+        {"id", "101", kFails},
+        {"enabled", "\"true\"", kFails},
+        {"Transport", "[]", kFails},
         {"Transport/ControlProtocolList", R"({"ControlProtocol":{}})", kFails},
         {"Transport/ControlProtocolList", R"([{"ControlProtocol":{"streamingTransport":5}}])",
          kFails},
-        {"Transport/Unicast/enabled", "\"true\"", kFails}, {"Transport/Security", "1", kFails},
+        {"Transport/Unicast/enabled", "\"true\"", kFails},
+        {"Transport/Security", "1", kFails},
         {"Transport/maxPacketSize", "1500.0", "1500"},
         {"Transport/audioInboundPacketLength", "1.5", kAbsent},
         {"Transport/audioSourcePortNo", "2147483648", kAbsent},
         {"Transport/Security", R"({"enabled":false})", "false"},
         // smoothing is written only from 1 to 100.
-        {"Video/smoothing", "0", kAbsent}, {"Video/smoothing", "1", "1"},
-        {"Video/smoothing", "100", "100"}, {"Video/smoothing", "101", kAbsent},
+        {"Video/smoothing", "0", kAbsent},
+        {"Video/smoothing", "1", "1"},
+        {"Video/smoothing", "100", "100"},
+        {"Video/smoothing", "101", kAbsent},
         {"Video/mirrorEnabled", "\"true\"", kAbsent},
         {"Video/keyFrameInterval", "-2147483648", "-2147483648"},
-        {"Video/fixedQuality", "60.0", "60"}, {"Video/fixedQuality", "60.5", kAbsent},
+        {"Video/fixedQuality", "60.0", "60"},
+        {"Video/fixedQuality", "60.5", kAbsent},
         {"Video/constantBitRate", "4096", kAbsent},  // never goes back to a client
-        {"Video/videoResolutionWidth", "\"1920\"", kFails}, {"Video/maxFrameRate", "~", kFails},
+        {"Video/videoResolutionWidth", "\"1920\"", kFails},
+        {"Video/maxFrameRate", "~", kFails},
         {"Video/maxFrameRate", "4294967295", kFails},
         // videoCodecType: any scalar is written as its text; containers fail.
-        {"Video/videoCodecType", "5", "5"}, {"Video/videoCodecType", "null", ""},
+        {"Video/videoCodecType", "5", "5"},
+        {"Video/videoCodecType", "null", ""},
         {"Video/videoCodecType", R"(["H.264"])", kFails},
         {"Video/SVC", R"({"enabled":true,"SVCMode":3})", "true"},
-        {"Video/SVC", R"({"enabled":"true"})", kFails}, {"Video/SmartCodec", "null", kFails},
-        {"Video", "[]", kFails}, {"Video", "~", kAbsent},
+        {"Video/SVC", R"({"enabled":"true"})", kFails},
+        {"Video/SmartCodec", "null", kFails},
+        {"Video", "[]", kFails},
+        {"Video", "~", kAbsent},
         {"Audio/audioSamplingRate", "44.1", "44.100000"},
         {"Audio/audioSamplingRate", "\"16\"", kAbsent},
         {"Audio/audioSamplingRate", "1e300", kPresent},
@@ -192,7 +202,8 @@ TEST(ChannelAnswerToXml, DefaultTransportSections) {
     XmlEntries expected = {{"ControlProtocolList", ""},
                            {"ControlProtocolList/ControlProtocol", ""},
                            {"ControlProtocolList/ControlProtocol/streamingTransport", "RTSP"},
-                           {"Multicast", ""}, {"Multicast/enabled", "true"},
+                           {"Multicast", ""},
+                           {"Multicast/enabled", "true"},
                            {"Multicast/destIPAddress", "0.0.0.0"},
                            {"Multicast/videoDestPortNo", "0"},
                            {"Multicast/audioDestPortNo", "0"}};
@@ -308,8 +319,10 @@ TEST(ChannelCapabilities, FixedDocumentByteForByte) {
 TEST(ChannelAudioList, OneAudioChannelPerVideoInput) {
     const std::pair<const char*, int> cases[] = {
         // answer, channels (-1: refused)
-        {"null", 1}, {R"({"VideoInputChannelList":[{"id":"1"},{"id":"2"},7]})", 3},
-        {R"({"VideoInputChannelList":null})", 0}, {"{}", -1},
+        {"null", 1},
+        {R"({"VideoInputChannelList":[{"id":"1"},{"id":"2"},7]})", 3},
+        {R"({"VideoInputChannelList":null})", 0},
+        {"{}", -1},
         {"[]", -1}};
     for (const auto& [answer, channels] : cases) {
         SCOPED_TRACE(answer);

@@ -50,11 +50,16 @@ inline std::string walk(QXBase::CXmlBase& doc) {
 inline std::unique_ptr<QXKORVAProtocol::CDevCfgBase> makeHandler(Owner owner) {
     using namespace QXKORVAProtocol;
     switch (owner) {
-        case kMaintain: return std::make_unique<CDevMaintain>();
-        case kEvent: return std::make_unique<CEventCfg>();
-        case kImage: return std::make_unique<CImageCfg>();
-        case kPtz: return std::make_unique<CPTZCtrl>();
-        default: return std::make_unique<CRecordOperation>();
+        case kMaintain:
+            return std::make_unique<CDevMaintain>();
+        case kEvent:
+            return std::make_unique<CEventCfg>();
+        case kImage:
+            return std::make_unique<CImageCfg>();
+        case kPtz:
+            return std::make_unique<CPTZCtrl>();
+        default:
+            return std::make_unique<CRecordOperation>();
     }
 }
 
@@ -71,8 +76,7 @@ inline std::string tree(const std::string& xml) {
 
 // covertUrlandBody of a fresh handler for one request on a harness exchange.
 inline Relayed convertRequest(Owner owner, unsigned char method, const std::string& url,
-                              const std::string& body = {},
-                              const std::string& devIndex = kDevice) {
+                              const std::string& body = {}, const std::string& devIndex = kDevice) {
     korva::testing::TestRequest request(method, url, body);
     Relayed relayed;
     relayed.result = makeHandler(owner)->covertUrlandBody(&relayed.url, &relayed.body,

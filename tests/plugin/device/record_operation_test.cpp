@@ -38,9 +38,7 @@ TEST(RecordResult, AmpersandsAreUnescapedRepeatedly) {
     const struct {
         const char* in;
         const char* out;
-    } cases[] = {{"a&amp;amp;amp;b", "a&b"},
-                 {"&am;p&amp", "&am;p&amp"},
-                 {"x&amp;", "x&"}};
+    } cases[] = {{"a&amp;amp;amp;b", "a&b"}, {"&am;p&amp", "&am;p&amp"}, {"x&amp;", "x&"}};
     for (const auto& c : cases) {
         std::string text = c.in;
         CRecordOperation::unescapeAmpersands(&text);
@@ -76,7 +74,8 @@ TEST(RecordResult, MissingMembersTakeTheirDefaults) {
         "matchList{searchMatchItem{sourceID=src,trackID=101,timeSpan{startTime=a,endTime=b},"
         "mediaSegmentDescriptor{contentType=audio,codecType=G.711,"
         "playbackURI=rtsp://h/KORVA/Streaming/tracks/202?s=1},"
-        "metadataMatches{metadataDescriptor=meta}},searchMatchItem{" + noSource +
+        "metadataMatches{metadataDescriptor=meta}},searchMatchItem{" +
+            noSource +
             "mediaSegmentDescriptor{contentType=video,codecType=H.264-BP,playbackURI=}," + manual +
             "},searchMatchItem{" + noSource + manual + "}}}",
         convert(R"({"CMSearchResult":{"searchID":42,"responseStatus":1,"responseStatusStrg":"OK",
