@@ -23,8 +23,8 @@ import benchlib
 PATHS = ["/KORVA/System/deviceInfo", "/KORVA/Streaming/channels/101"]
 
 
-def start_gateway(spec, log_level):
-    name, rest = spec.split("=", 1)
+def start_gateway(build_entry, log_level):
+    name, rest = build_entry.split("=", 1)
     build, *options = rest.split(":")
     env = dict(os.environ, LD_LIBRARY_PATH=os.path.join(build, "bin"))
     for option in options:
@@ -72,8 +72,8 @@ def main():
     auth = (benchlib.USER, benchlib.PASSWORD)
     gateways, nginx, results = [], None, {}
     try:
-        for spec in args.builds:
-            gateways.append(start_gateway(spec, args.log_level))
+        for build_entry in args.builds:
+            gateways.append(start_gateway(build_entry, args.log_level))
         answers = {p: benchlib.request(gateways[0][1].port, "GET", p)[2] for p in paths}
         nginx = benchlib.Nginx(answers).start()
         targets = [("nginx", nginx.port, nginx.cpu_seconds, (None, None))]
