@@ -393,11 +393,13 @@ TEST_F(ServerTest, SlowEventSubscriberLosesEventsAndIsToldHowMany) {
     send(fd, "GET /admin/events HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\n\r\n");
     std::string received = readUntil(fd, "event: hello");
     AdminEvents& events = m_server->events();
-    const std::string data = "{\"pad\":\"" + std::string(4000, 'x') + "\"}";
+    const std::string data = "{\"pad\":\"" + std::string(60000, 'x') + "\"}";
     // The kernel's socket buffers take megabytes before the subscriber's queue fills: publish
-    // until the queue overflows (at most 20 MB), however fast the connection drains it.
+    // large events until the queue overflows (at most 30 MB), however fast the connection
+    // drains it, and quickly, so that the connection's write timeout does not end the stream
+    // first on a slow build.
     std::size_t published = 0;
-    while (events.droppedEvents() == 0 && published < 5000) {
+    while (events.droppedEvents() == 0 && published < 500) {
         events.publish("test", data);
         ++published;
     }
