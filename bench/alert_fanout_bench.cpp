@@ -20,6 +20,7 @@
 
 #include "gateway/hostlib/exchange_backend.h"
 #include "gateway/hostlib/host_clock.h"
+#include "gateway/testing/harness.h"
 #include "plugin/alert/alarm_translation.h"
 #include "plugin/alert/event_pto.h"
 
@@ -34,15 +35,9 @@ std::atomic<long> g_writes{0};
 double g_translateNsPerAlarm = 0;
 
 // A stream connection that takes every byte and counts the writes.
-class NullBackend : public QXHttpService::ExchangeBackend {
+class NullBackend : public korva::testing::IdleExchange {
   public:
     std::string url() const override { return "/KORVA/Event/notification/alertStream"; }
-    unsigned char method() const override { return QXHttpService::kMethodGet; }
-    std::string header(const std::string&) const override { return {}; }
-    void setHeader(const std::string&, const std::string&) override {}
-    void setStatus(int) override {}
-    void setMime(const std::string&) override {}
-    void setStreamMime() override {}
     int respond(const void*, int length) override {
         g_writes.fetch_add(1, std::memory_order_relaxed);
         return length;
