@@ -605,7 +605,10 @@ void Connection::closeNow() {
         job->finish(WriteJob::State::kFailed);
     }
     m_queue.clear();
-    logAccess(499, 0);  // a request whose answer never went out: the client left first
+    // An answer still being written is logged by that write's completion, which the close ends
+    // (it may already have gone out whole: the peer read it and left). Otherwise the client
+    // left before its answer.
+    if (!m_writing) logAccess(499, 0);
     endRequest();
     m_registry.remove(m_id);
 }

@@ -9,8 +9,8 @@ import unittest
 
 import requests
 
-from gateway_fixture import (DEVICE_INFO, AlertStream, GatewayTestCase, make_config,
-                             raw_request, read_head)
+from gateway_fixture import (DEVICE_INFO, AlertStream, GatewayTestCase, authorized_request,
+                             make_config, raw_request, read_answer, read_head)
 
 
 class EventReader:
@@ -56,6 +56,16 @@ class ConsoleApiTest(GatewayTestCase):
         reader = EventReader(self.gateway, headers)
         self.addCleanup(reader.close)
         return reader
+
+    def test_answer_read_by_a_client_that_leaves_at_once_keeps_its_status(self):
+        # The close may reach the gateway before the write's completion does; the access log
+        # must still record the answer the client read, not a 499.
+        for _ in range(100):
+            sock = authorized_request(self.gateway, "GET", DEVICE_INFO)
+            self.assertEqual(read_answer(sock)[0], 200)
+            sock.close()
+        _, listed = self.gateway.admin("GET", "/admin/requests")
+        self.assertEqual({r["status"] for r in listed["requests"][-200:]}, {200, 401})
 
     def test_requests_streams_and_devices_are_published_and_listed(self):
         events = self.subscribe()
