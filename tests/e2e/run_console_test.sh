@@ -3,7 +3,7 @@
 # Installs puppeteer-core into BUILD_DIR/node when it is missing (npm registry), and writes the
 # page's screenshot to BUILD_DIR/console.png. Usage: run_console_test.sh BUILD_DIR
 set -euo pipefail
-build_dir=$1
+build_dir=$(cd "$1" && pwd)
 here=$(cd "$(dirname "$0")" && pwd)
 node_dir="$build_dir/node"
 browser=${KORVA_BROWSER:-$(command -v chromium || true)}
