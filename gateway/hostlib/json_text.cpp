@@ -114,6 +114,9 @@ bool parseJsonText(std::string_view text, const JsonLimits& limits, Json::Value*
 std::string writeCompactJson(const Json::Value& value) {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
+    // 15 significant digits: a decimal such as 32.104 is written back as given, where the
+    // default 17 would show the binary neighbour (32.103999999999999).
+    builder["precision"] = 15;
     return Json::writeString(builder, value);
 }
 
