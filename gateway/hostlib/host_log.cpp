@@ -17,6 +17,7 @@
 #include "gateway/hostlib/host_context.h"
 #include "gateway/hostlib/host_logging.h"
 #include "gateway/hostlib/log_rate_limiter.h"
+#include "gateway/hostlib/time_text.h"
 #include "host/qx_log.h"
 
 namespace korva::host::detail {
@@ -63,25 +64,6 @@ using korva::host::detail::writeAll;
 
 std::atomic<int> g_level{4};
 
-// Local time with milliseconds: 2024-05-01T12:00:00.123+02:00.
-std::string logTime() {
-    const auto now = std::chrono::system_clock::now();
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-    const int ms = static_cast<int>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() %
-        1000);
-    std::tm tm{};
-    localtime_r(&seconds, &tm);
-    const long offset = tm.tm_gmtoff;
-    const long absOffset = offset < 0 ? -offset : offset;
-    char text[96];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03d%c%02d:%02d",
-                  tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec,
-                  ms, offset < 0 ? '-' : '+', static_cast<int>(absOffset / 3600 % 100),
-                  static_cast<int>(absOffset % 3600 / 60));
-    return text;
-}
-
 }  // namespace
 
 void korva::host::detail::writeAll(int fd, const std::string& bytes) {
@@ -126,7 +108,8 @@ void emit(int level, const std::string& tag, const std::string& text) {
         (*sink)(level, tag, text);
         return;
     }
-    std::string line = logTime();
+    std::string line =
+        korva::host::timestampText(std::chrono::system_clock::now(), korva::host::TimeZone::kLocal);
     line += ' ';
     line += std::to_string(level);
     line += " [";

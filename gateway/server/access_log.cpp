@@ -6,26 +6,12 @@
 #include <cstdio>
 #include <ctime>
 
+#include "gateway/hostlib/time_text.h"
 #include "host/qx_log.h"
 
 namespace korva::gateway {
 
 namespace {
-
-std::string localTime(std::chrono::system_clock::time_point when) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(when);
-    const auto ms =
-        std::chrono::duration_cast<std::chrono::milliseconds>(when.time_since_epoch()).count() %
-        1000;
-    std::tm tm{};
-    localtime_r(&seconds, &tm);
-    char text[64];
-    const std::size_t n = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &tm);
-    const long offset = tm.tm_gmtoff < 0 ? -tm.tm_gmtoff : tm.tm_gmtoff;
-    std::snprintf(text + n, sizeof text - n, ".%03d%c%02ld:%02ld", static_cast<int>(ms),
-                  tm.tm_gmtoff < 0 ? '-' : '+', offset / 3600 % 100, offset % 3600 / 60);
-    return text;
-}
 
 std::atomic<AccessObserver*> gObserver{nullptr};
 
@@ -99,7 +85,7 @@ std::string formatAccessLine(const AccessRecord& record) {
     line += " - ";
     line += record.user.empty() ? "-" : logSafe(record.user, 64);
     line += " [";
-    line += localTime(record.arrival);
+    line += korva::host::timestampText(record.arrival, korva::host::TimeZone::kLocal);
     line += "] \"";
     line += record.method.empty() ? "-" : logSafe(record.method, 32);
     line += ' ';

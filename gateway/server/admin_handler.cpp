@@ -10,6 +10,7 @@
 #include "gateway/hostlib/host_alarms.h"
 #include "gateway/hostlib/host_devices.h"
 #include "gateway/hostlib/json_text.h"
+#include "gateway/hostlib/time_text.h"
 #include "gateway/server/admin_events.h"
 #include "gateway/server/connection_registry.h"
 #include "gateway/server/metrics.h"
@@ -293,7 +294,8 @@ AdminAnswer AdminHandler::state() {
             item["user"] = stream.user;
             item["client"] = stream.client;
             item["connection"] = static_cast<Json::UInt64>(stream.connectionId);
-            item["openedAt"] = isoTime(stream.opened);
+            item["openedAt"] =
+                korva::host::timestampText(stream.opened, korva::host::TimeZone::kUtc);
             item["ageSeconds"] =
                 static_cast<double>(static_cast<long long>(stream.ageSeconds * 10)) / 10;
             item["parts"] = static_cast<Json::UInt64>(stream.parts);

@@ -7,22 +7,10 @@
 #include <ctime>
 
 #include "gateway/hostlib/json_text.h"
+#include "gateway/hostlib/time_text.h"
 #include "gateway/server/admin_events.h"
 
 namespace korva::gateway {
-
-std::string isoTime(std::chrono::system_clock::time_point when) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(when);
-    const auto ms =
-        std::chrono::duration_cast<std::chrono::milliseconds>(when.time_since_epoch()).count() %
-        1000;
-    std::tm tm{};
-    gmtime_r(&seconds, &tm);
-    char text[40];
-    const std::size_t n = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &tm);
-    std::snprintf(text + n, sizeof text - n, ".%03dZ", static_cast<int>(ms < 0 ? 0 : ms));
-    return text;
-}
 
 void RequestLog::onAccess(const char* tag, const AccessRecord& record) noexcept {
     if (tag != nullptr && std::strcmp(tag, "ADMIN") == 0) return;
@@ -54,7 +42,7 @@ void RequestLog::onAccess(const char* tag, const AccessRecord& record) noexcept 
 Json::Value RequestLog::entryJson(const Entry& entry) {
     Json::Value item(Json::objectValue);
     item["seq"] = static_cast<Json::UInt64>(entry.seq);
-    item["time"] = isoTime(entry.time);
+    item["time"] = korva::host::timestampText(entry.time, korva::host::TimeZone::kUtc);
     item["listener"] = entry.listener;
     item["client"] = entry.client;
     item["user"] = entry.user;

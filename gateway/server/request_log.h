@@ -58,7 +58,4 @@ class RequestLog : public AccessObserver {
     std::uint64_t m_seq = 0;      // guarded
 };
 
-// ISO 8601 UTC with milliseconds: "2026-01-02T03:04:05.678Z".
-std::string isoTime(std::chrono::system_clock::time_point when);
-
 }  // namespace korva::gateway

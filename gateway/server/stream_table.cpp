@@ -3,6 +3,7 @@
 #include <json/value.h>
 
 #include "gateway/hostlib/json_text.h"
+#include "gateway/hostlib/time_text.h"
 #include "gateway/server/admin_events.h"
 #include "gateway/server/request_log.h"
 
@@ -36,7 +37,7 @@ std::shared_ptr<StreamTable::Entry> StreamTable::open(std::uint64_t connectionId
         data["user"] = entry->user;
         data["client"] = entry->client;
         data["connection"] = static_cast<Json::UInt64>(connectionId);
-        data["openedAt"] = isoTime(entry->opened);
+        data["openedAt"] = korva::host::timestampText(entry->opened, korva::host::TimeZone::kUtc);
         m_events->publish("stream-open", korva::host::writeCompactJson(data));
     }
     return entry;
