@@ -7,6 +7,7 @@
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/error.hpp>
 #include <boost/beast/http/read.hpp>
+#include <boost/beast/http/write.hpp>
 #include <boost/beast/ssl/ssl_stream.hpp>
 #include <string_view>
 
@@ -58,6 +59,9 @@ class StreamTransport : public Transport {
     }
     void writeSome(net::const_buffer buffer, IoHandler done) override {
         m_stream.async_write_some(buffer, std::move(done));
+    }
+    void writeSome(AnswerSerializer& serializer, IoHandler done) override {
+        http::async_write_some(m_stream, serializer, std::move(done));
     }
     void writeAll(net::const_buffer buffer, IoHandler done) override {
         net::async_write(m_stream, buffer, std::move(done));

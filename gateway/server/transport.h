@@ -22,6 +22,7 @@
 #include <string>
 
 #include "gateway/server/handshake_outcome.h"
+#include "gateway/server/http_answer.h"
 
 namespace korva::gateway {
 
@@ -49,6 +50,10 @@ class Transport {
     virtual void handshake(HandshakeHandler done) = 0;
     virtual void readSome(boost::asio::mutable_buffer buffer, IoHandler done) = 0;
     virtual void writeSome(boost::asio::const_buffer buffer, IoHandler done) = 0;
+    // http::async_write_some: the serializer's next piece (at most what one write of the stream
+    // takes); `done` gets the bytes written. The serializer and its answer must stay valid
+    // until `done`.
+    virtual void writeSome(AnswerSerializer& serializer, IoHandler done) = 0;
     // All of the bytes (the buffer must stay valid until `done`).
     virtual void writeAll(boost::asio::const_buffer buffer, IoHandler done) = 0;
     // http::async_read_header / http::async_read over this transport.
