@@ -442,14 +442,11 @@ void Connection::writeStep(const std::shared_ptr<WriteJob>& job) {
     auto done = [self = shared_from_this(), job](error_code ec, std::size_t n) {
         self->onWritten(job, ec, n);
     };
-    if (job->isAnswer()) return m_transport->writeSome(job->serializer(), std::move(done));
-    const auto& bytes = job->bytes();
-    m_transport->writeSome(
-        net::buffer(bytes.data() + job->written(), bytes.size() - job->written()), std::move(done));
+    m_transport->writeSome(job->nextBuffers(), std::move(done));
 }
 
 void Connection::onWritten(const std::shared_ptr<WriteJob>& job, error_code ec, std::size_t n) {
-    job->addWritten(n);
+    job->consume(n);
     if (ec || closed()) {
         m_writing = false;
         if (job->streamPart()) {

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <boost/beast/http/message.hpp>
-#include <boost/beast/http/serializer.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <string>
 
@@ -14,8 +13,6 @@
 namespace korva::gateway {
 
 using HttpAnswer = boost::beast::http::response<boost::beast::http::string_body>;
-// Writes an HttpAnswer that outlives it, a piece at a time (one per Transport::writeSome).
-using AnswerSerializer = boost::beast::http::response_serializer<boost::beast::http::string_body>;
 
 // A complete HTTP/1.1 answer: the status (outside 100..999: 500) with its standard reason, the
 // `headers` in their order, Content-Length of `body`, then Connection: keep-alive or close as

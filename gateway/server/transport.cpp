@@ -7,7 +7,6 @@
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/error.hpp>
 #include <boost/beast/http/read.hpp>
-#include <boost/beast/http/write.hpp>
 #include <boost/beast/ssl/ssl_stream.hpp>
 #include <string_view>
 
@@ -57,11 +56,8 @@ class StreamTransport : public Transport {
     void readSome(net::mutable_buffer buffer, IoHandler done) override {
         m_stream.async_read_some(buffer, std::move(done));
     }
-    void writeSome(net::const_buffer buffer, IoHandler done) override {
-        m_stream.async_write_some(buffer, std::move(done));
-    }
-    void writeSome(AnswerSerializer& serializer, IoHandler done) override {
-        http::async_write_some(m_stream, serializer, std::move(done));
+    void writeSome(std::span<const net::const_buffer> buffers, IoHandler done) override {
+        m_stream.async_write_some(buffers, std::move(done));
     }
     void writeAll(net::const_buffer buffer, IoHandler done) override {
         net::async_write(m_stream, buffer, std::move(done));

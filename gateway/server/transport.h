@@ -19,10 +19,10 @@
 #include <boost/beast/http/string_body.hpp>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 
 #include "gateway/server/handshake_outcome.h"
-#include "gateway/server/http_answer.h"
 
 namespace korva::gateway {
 
@@ -49,11 +49,9 @@ class Transport {
     // Opens the session within the expiry the caller set on tcp(). Plain: done at once.
     virtual void handshake(HandshakeHandler done) = 0;
     virtual void readSome(boost::asio::mutable_buffer buffer, IoHandler done) = 0;
-    virtual void writeSome(boost::asio::const_buffer buffer, IoHandler done) = 0;
-    // http::async_write_some: the serializer's next piece (at most what one write of the stream
-    // takes); `done` gets the bytes written. The serializer and its answer must stay valid
-    // until `done`.
-    virtual void writeSome(AnswerSerializer& serializer, IoHandler done) = 0;
+    // Some of the bytes of `buffers`, in order, in one write of the stream (the buffers and
+    // what they point to must stay valid until `done`, which gets the count written).
+    virtual void writeSome(std::span<const boost::asio::const_buffer> buffers, IoHandler done) = 0;
     // All of the bytes (the buffer must stay valid until `done`).
     virtual void writeAll(boost::asio::const_buffer buffer, IoHandler done) = 0;
     // http::async_read_header / http::async_read over this transport.

@@ -1,5 +1,7 @@
 #include "gateway/server/write_job.h"
 
+#include <boost/beast/core/buffers_range.hpp>
+
 namespace korva::gateway {
 
 WriteJob::AnswerWrite::AnswerWrite(HttpAnswer answer, Extent part)
@@ -10,6 +12,29 @@ WriteJob::AnswerWrite::AnswerWrite(HttpAnswer answer, Extent part)
 
 WriteJob::WriteJob(HttpAnswer answer, After after, Extent extent) : m_after(after) {
     m_answer.emplace(std::move(answer), extent);
+}
+
+std::span<const boost::asio::const_buffer> WriteJob::nextBuffers() {
+    if (!m_answer) {
+        m_rawRest = boost::asio::buffer(m_bytes) + written();
+        return {&m_rawRest, 1};
+    }
+    AnswerWrite& answer = *m_answer;
+    answer.pieceCount = 0;
+    // A string body's writer cannot fail, so the serializer reports no error here.
+    boost::beast::error_code ignored;
+    answer.serializer.next(ignored, [&answer](boost::beast::error_code&, const auto& buffers) {
+        for (const boost::asio::const_buffer buffer : boost::beast::buffers_range_ref(buffers)) {
+            if (answer.pieceCount == answer.pieces.size()) break;
+            if (buffer.size() != 0) answer.pieces[answer.pieceCount++] = buffer;
+        }
+    });
+    return {answer.pieces.data(), answer.pieceCount};
+}
+
+void WriteJob::consume(std::size_t n) {
+    m_written.fetch_add(n, std::memory_order_acq_rel);
+    if (m_answer) m_answer->serializer.consume(n);
 }
 
 bool WriteJob::complete() {

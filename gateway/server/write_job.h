@@ -1,16 +1,21 @@
 // One write queued for a connection: an answer or a stream head (a Beast message, written by
 // Beast's serializer) or raw bytes (a stream part, or the empty marker that ends a stream).
+// Either way the writer takes nextBuffers(), writes some of them and reports consume(n).
 // Created by any thread, written on the connection's strand. A stream part names the request it
 // belongs to, so that the connection can drop it when that request is no longer its stream.
 // Thread safety: the state and the written count are atomic; the message, the bytes and what
-// the accessors report never change. The serializer (and so complete()) is the writer's: strand
+// the accessors report never change. nextBuffers, consume and complete are the writer's: strand
 // only.
 #pragma once
 
+#include <array>
 #include <atomic>
+#include <boost/asio/buffer.hpp>
+#include <boost/beast/http/serializer.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "gateway/server/http_answer.h"
@@ -44,13 +49,16 @@ class WriteJob {
     After after() const { return m_after; }
     bool streamPart() const { return m_streamPart; }
     std::uint64_t serial() const { return m_serial; }
+    // Bytes written so far (head and body of an answer).
     std::size_t written() const { return m_written.load(std::memory_order_acquire); }
-    void addWritten(std::size_t n) { m_written.fetch_add(n, std::memory_order_acq_rel); }
     State state() const { return m_state.load(std::memory_order_acquire); }
 
-    // Strand only. The answer's serializer (an answer job only): each write goes on from where
-    // the last ended.
-    AnswerSerializer& serializer() { return m_answer->serializer; }
+    // Strand only, while !complete(). What the next write sends: the rest of the raw bytes, or
+    // the serializer's next piece (head pieces and body, in place) as a plain buffer list of at
+    // most kMaxBuffers entries (the rest follows in later writes). Valid until consume().
+    std::span<const boost::asio::const_buffer> nextBuffers();
+    // Strand only. The first `n` bytes of nextBuffers() were written.
+    void consume(std::size_t n);
     // Strand only. Everything this job writes has been written.
     bool complete();
 
@@ -60,16 +68,25 @@ class WriteJob {
     void finish(State state) { m_state.store(state, std::memory_order_release); }
 
   private:
+    using Serializer = boost::beast::http::response_serializer<boost::beast::http::string_body>;
+    // Buffers handed to one write: the status line (3), a header each, the blank line, the body.
+    static constexpr std::size_t kMaxBuffers = 32;
+
     // The serializer refers to the message beside it: neither moves once made.
     struct AnswerWrite {
         AnswerWrite(HttpAnswer answer, Extent part);
         HttpAnswer message;
-        AnswerSerializer serializer;
+        Serializer serializer;
         const Extent extent;
+        // The serializer's current piece as plain buffers: Beast's own buffer sequence is a
+        // nest of views that costs more to walk on every write than to list once.
+        std::array<boost::asio::const_buffer, kMaxBuffers> pieces;
+        std::size_t pieceCount = 0;
     };
 
     std::optional<AnswerWrite> m_answer;
     const std::string m_bytes;
+    boost::asio::const_buffer m_rawRest;  // the unwritten rest of m_bytes
     const After m_after;
     const bool m_streamPart = false;
     const std::uint64_t m_serial = 0;
