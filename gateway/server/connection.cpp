@@ -439,10 +439,13 @@ void Connection::writeStep(const std::shared_ptr<WriteJob>& job) {
     // Each step that makes progress restarts the stall timeout: no progress for that long and
     // the connection is closed.
     tcp().expires_after(m_limits.writeTimeout);
-    auto done = [self = shared_from_this(), job](error_code ec, std::size_t n) {
+    const auto buffers = job->nextBuffers();
+    if (buffers.empty()) {  // nothing to send although unfinished: never spin on it
+        return onWritten(job, make_error_code(boost::system::errc::io_error), 0);
+    }
+    m_transport->writeSome(buffers, [self = shared_from_this(), job](error_code ec, std::size_t n) {
         self->onWritten(job, ec, n);
-    };
-    m_transport->writeSome(job->nextBuffers(), std::move(done));
+    });
 }
 
 void Connection::onWritten(const std::shared_ptr<WriteJob>& job, error_code ec, std::size_t n) {

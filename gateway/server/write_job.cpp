@@ -21,14 +21,14 @@ std::span<const boost::asio::const_buffer> WriteJob::nextBuffers() {
     }
     AnswerWrite& answer = *m_answer;
     answer.pieceCount = 0;
-    // A string body's writer cannot fail, so the serializer reports no error here.
-    boost::beast::error_code ignored;
-    answer.serializer.next(ignored, [&answer](boost::beast::error_code&, const auto& buffers) {
+    boost::beast::error_code ec;
+    answer.serializer.next(ec, [&answer](boost::beast::error_code&, const auto& buffers) {
         for (const boost::asio::const_buffer buffer : boost::beast::buffers_range_ref(buffers)) {
             if (answer.pieceCount == answer.pieces.size()) break;
             if (buffer.size() != 0) answer.pieces[answer.pieceCount++] = buffer;
         }
     });
+    if (ec) return {};
     return {answer.pieces.data(), answer.pieceCount};
 }
 

@@ -55,7 +55,8 @@ class WriteJob {
 
     // Strand only, while !complete(). What the next write sends: the rest of the raw bytes, or
     // the serializer's next piece (head pieces and body, in place) as a plain buffer list of at
-    // most kMaxBuffers entries (the rest follows in later writes). Valid until consume().
+    // most kMaxBuffers entries (the rest follows in later writes). Valid until consume(). Empty
+    // only when the serializer fails.
     std::span<const boost::asio::const_buffer> nextBuffers();
     // Strand only. The first `n` bytes of nextBuffers() were written.
     void consume(std::size_t n);
