@@ -14,7 +14,7 @@
 #include <boost/beast/http/serializer.hpp>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
+#include <memory>
 #include <span>
 #include <string>
 
@@ -41,7 +41,7 @@ class WriteJob {
     WriteJob(const WriteJob&) = delete;
     WriteJob& operator=(const WriteJob&) = delete;
 
-    bool isAnswer() const { return m_answer.has_value(); }
+    bool isAnswer() const { return m_answer != nullptr; }
     // The answer's status code (the access log's), 0 for raw bytes.
     int status() const { return m_answer ? static_cast<int>(m_answer->message.result_int()) : 0; }
     // The raw bytes ("" for an answer).
@@ -71,7 +71,7 @@ class WriteJob {
   private:
     using Serializer = boost::beast::http::response_serializer<boost::beast::http::string_body>;
     // Buffers handed to one write: the status line (3), a header each, the blank line, the body.
-    static constexpr std::size_t kMaxBuffers = 32;
+    static constexpr std::size_t kMaxBuffers = 16;
 
     // The serializer refers to the message beside it: neither moves once made.
     struct AnswerWrite {
@@ -85,7 +85,8 @@ class WriteJob {
         std::size_t pieceCount = 0;
     };
 
-    std::optional<AnswerWrite> m_answer;
+    // Apart from the job, so that raw jobs (stream parts) stay small.
+    const std::unique_ptr<AnswerWrite> m_answer;
     const std::string m_bytes;
     boost::asio::const_buffer m_rawRest;  // the unwritten rest of m_bytes
     const After m_after;
