@@ -112,7 +112,7 @@ void AdminHandler::onRequest(const std::shared_ptr<Connection>& connection, Http
             answer = handle(request);
         }
         answer.headers.emplace_back("Content-Type", answer.contentType);
-        connection->answer(answer.status, answer.headers, answer.body);
+        connection->answer(answer.status, answer.headers, std::move(answer.body));
     } catch (...) {
         connection->close();  // no memory left even for an answer: the client sees the close
     }

@@ -30,7 +30,8 @@
 
 #include "gateway/server/admin_access.h"
 #include "gateway/server/connection.h"
-#include "gateway/server/http_wire.h"
+#include "gateway/server/header_list.h"
+#include "gateway/server/json_error.h"
 
 namespace korva::gateway {
 

@@ -13,6 +13,8 @@
 #include "gateway/hostlib/host_logging.h"
 #include "gateway/hostlib/log_rate_limiter.h"
 #include "gateway/server/connection_registry.h"
+#include "gateway/server/http_answer.h"
+#include "gateway/server/json_error.h"
 #include "gateway/server/metrics.h"
 #include "gateway/server/request_check.h"
 #include "host/qx_log.h"
@@ -300,15 +302,12 @@ void Connection::refuse(int status, const std::string& text) {
     }
     m_metrics.countAnswer(status);
     setPhase(Phase::kWriting);
-    const HeaderList headers = {{"Content-Type", "application/json"}};
-    const std::string body = jsonError(status, text);
-    enqueue(std::make_shared<WriteJob>(m_headRequest
-                                           ? formatAnswerHead(status, headers, body.size(), false)
-                                           : formatAnswer(status, headers, body, false),
-                                       WriteJob::After::kClose, false));
+    enqueue(std::make_shared<WriteJob>(
+        makeAnswer(status, {{"Content-Type", "application/json"}}, jsonError(status, text), false),
+        WriteJob::After::kClose, answerExtent()));
 }
 
-void Connection::answer(int status, const HeaderList& headers, const std::string& body) {
+void Connection::answer(int status, const HeaderList& headers, std::string body) {
     assert(onStrand());
     if (closed() || m_answered) return;
     m_answered = true;
@@ -317,9 +316,8 @@ void Connection::answer(int status, const HeaderList& headers, const std::string
     m_metrics.countAnswer(status);
     setPhase(Phase::kWriting);
     enqueue(std::make_shared<WriteJob>(
-        m_headRequest ? formatAnswerHead(status, headers, body.size(), keepAlive)
-                      : formatAnswer(status, headers, body, keepAlive),
-        keepAlive ? WriteJob::After::kEndRequest : WriteJob::After::kClose, false));
+        makeAnswer(status, headers, std::move(body), keepAlive),
+        keepAlive ? WriteJob::After::kEndRequest : WriteJob::After::kClose, answerExtent()));
 }
 
 void Connection::awaitAnswer() {
@@ -338,11 +336,11 @@ void Connection::awaitAnswer() {
 void Connection::deliverAnswer(std::uint64_t serial, int status, HeaderList headers,
                                std::string body) {
     net::post(executor(), [self = shared_from_this(), serial, status, headers = std::move(headers),
-                           body = std::move(body)] {
+                           body = std::move(body)]() mutable {
         if (self->m_requestSerial != serial || self->m_answered || self->m_streaming) return;
         self->m_metrics.observeRelayLatency(std::chrono::steady_clock::now() -
                                             self->m_requestStart);
-        self->answer(status, headers, body);
+        self->answer(status, headers, std::move(body));
     });
 }
 
@@ -365,8 +363,9 @@ bool Connection::beginStream(std::uint64_t serial, int status, HeaderList header
                   self->setPhase(Phase::kStreaming);
                   self->m_metrics.countAnswer(status);
                   self->m_metrics.streamOpened();
-                  self->enqueue(std::make_shared<WriteJob>(formatStreamHead(status, headers),
-                                                           WriteJob::After::kNothing, false));
+                  self->enqueue(std::make_shared<WriteJob>(makeStreamHead(status, headers),
+                                                           WriteJob::After::kNothing,
+                                                           WriteJob::Extent::kHeadOnly));
                   self->watchPeer();
               });
     return true;
@@ -430,44 +429,44 @@ void Connection::writeNext() {
             continue;
         }
         m_writing = true;
-        tcp().expires_after(m_limits.writeTimeout);  // no progress for that long: closed
-        const auto& bytes = job->bytes();
-        m_transport->writeSome(
-            net::buffer(bytes.data() + job->written(), bytes.size() - job->written()),
-            [self = shared_from_this(), job](error_code ec, std::size_t n) {
-                self->onWritten(job, ec, n);
-            });
+        writeStep(job);
         return;
     }
     m_writing = false;
 }
 
+void Connection::writeStep(const std::shared_ptr<WriteJob>& job) {
+    // Each step that makes progress restarts the stall timeout: no progress for that long and
+    // the connection is closed.
+    tcp().expires_after(m_limits.writeTimeout);
+    const auto buffers = job->nextBuffers();
+    if (buffers.empty()) {  // nothing to send although unfinished: never spin on it
+        return onWritten(job, make_error_code(boost::system::errc::io_error), 0);
+    }
+    m_transport->writeSome(buffers, [self = shared_from_this(), job](error_code ec, std::size_t n) {
+        self->onWritten(job, ec, n);
+    });
+}
+
 void Connection::onWritten(const std::shared_ptr<WriteJob>& job, error_code ec, std::size_t n) {
-    job->addWritten(n);
+    job->consume(n);
     if (ec || closed()) {
         m_writing = false;
-        if (!job->streamPart()) logAccess(answerStatus(job->bytes()), job->written());
-        if (job->streamPart()) m_queuedStreamBytes.fetch_sub(job->bytes().size());
+        if (job->streamPart()) {
+            m_queuedStreamBytes.fetch_sub(job->bytes().size());
+        } else {
+            logAccess(job->status(), job->written());
+        }
         job->finish(WriteJob::State::kFailed);
         return closeNow();
     }
-    const auto& bytes = job->bytes();
-    if (job->written() < bytes.size()) {
-        // Progress restarts the stall timeout; the rest follows.
-        tcp().expires_after(m_limits.writeTimeout);
-        m_transport->writeSome(
-            net::buffer(bytes.data() + job->written(), bytes.size() - job->written()),
-            [self = shared_from_this(), job](error_code nextEc, std::size_t next) {
-                self->onWritten(job, nextEc, next);
-            });
-        return;
-    }
+    if (!job->complete()) return writeStep(job);
     m_writing = false;
     if (job->streamPart()) {
-        m_queuedStreamBytes.fetch_sub(bytes.size());
-        m_metrics.countStreamPart(bytes.size());
-    } else if (!bytes.empty()) {
-        logAccess(answerStatus(bytes), bytes.size());  // an answer or a stream's head
+        m_queuedStreamBytes.fetch_sub(job->bytes().size());
+        m_metrics.countStreamPart(job->bytes().size());
+    } else if (job->isAnswer()) {
+        logAccess(job->status(), job->written());  // an answer or a stream's head
     }
     job->finish(WriteJob::State::kDone);
     afterJob(job);

@@ -40,7 +40,7 @@
 #include <string>
 
 #include "gateway/server/access_log.h"
-#include "gateway/server/http_wire.h"
+#include "gateway/server/header_list.h"
 #include "gateway/server/server_limits.h"
 #include "gateway/server/transport.h"
 #include "gateway/server/write_job.h"
@@ -94,8 +94,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // ---- On the strand, from RequestHandler::onRequest ----
     // Serial number of the request being handled (1 for the first on this connection).
     std::uint64_t requestSerial() const { return m_requestSerial; }
-    // Ends the current request with a complete answer.
-    void answer(int status, const HeaderList& headers, const std::string& body);
+    // Ends the current request with a complete answer; the body is moved into it.
+    void answer(int status, const HeaderList& headers, std::string body);
     // The answer comes later through deliverAnswer / beginStream.
     void awaitAnswer();
     // Runs once when the current request ends (answer written, or connection closed).
@@ -158,6 +158,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     void armRequestDeadline();
     void enqueue(std::shared_ptr<WriteJob> job);
     void writeNext();
+    void writeStep(const std::shared_ptr<WriteJob>& job);
     void onWritten(const std::shared_ptr<WriteJob>& job, boost::beast::error_code ec,
                    std::size_t n);
     void afterJob(const std::shared_ptr<WriteJob>& job);
@@ -173,6 +174,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
     void noteAccess(const HttpRequest::header_type& head);
     void logAccess(int status, std::size_t bytes);
     void setPhase(Phase phase) { m_phase.store(phase, std::memory_order_release); }
+    // How much of the current request's answer goes out: the head alone for HEAD.
+    WriteJob::Extent answerExtent() const {
+        return m_headRequest ? WriteJob::Extent::kHeadOnly : WriteJob::Extent::kWhole;
+    }
     // True on the connection's strand; the strand-only members assert it (debug builds).
     bool onStrand();
 

@@ -1,6 +1,7 @@
 #include "gateway/server/connection_exchange.h"
 
 #include "gateway/hostlib/ascii_case.h"
+#include "gateway/server/default_content_type.h"
 #include "host/http_exchange.h"
 
 namespace korva::gateway {

@@ -2,6 +2,8 @@
 
 #include "gateway/hostlib/request_context.h"
 #include "gateway/server/connection_exchange.h"
+#include "gateway/server/default_content_type.h"
+#include "gateway/server/json_error.h"
 #include "host/exchange_holder.h"
 
 namespace korva::gateway {
@@ -76,12 +78,12 @@ void PluginHandler::onRequest(const std::shared_ptr<Connection>& connection,
         connection->answer(500, {{"Content-Type", "application/json"}},
                            jsonError(500, "the protocol plug-in failed"));
     } else if (result.handled == 0) {
-        connection->answer(403, {{"Content-Type", "application/json"}}, result.response);
+        connection->answer(403, {{"Content-Type", "application/json"}}, std::move(result.response));
     } else {
         HeaderList headers = backend->answerHeaders();
         addDefaultContentType(headers, result.response);
         const int status = result.status >= 100 && result.status <= 599 ? result.status : 500;
-        connection->answer(status, headers, result.response);
+        connection->answer(status, headers, std::move(result.response));
     }
 }
 

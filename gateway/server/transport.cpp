@@ -56,8 +56,8 @@ class StreamTransport : public Transport {
     void readSome(net::mutable_buffer buffer, IoHandler done) override {
         m_stream.async_read_some(buffer, std::move(done));
     }
-    void writeSome(net::const_buffer buffer, IoHandler done) override {
-        m_stream.async_write_some(buffer, std::move(done));
+    void writeSome(std::span<const net::const_buffer> buffers, IoHandler done) override {
+        m_stream.async_write_some(buffers, std::move(done));
     }
     void writeAll(net::const_buffer buffer, IoHandler done) override {
         net::async_write(m_stream, buffer, std::move(done));

@@ -19,6 +19,7 @@
 #include <boost/beast/http/string_body.hpp>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 
 #include "gateway/server/handshake_outcome.h"
@@ -48,7 +49,9 @@ class Transport {
     // Opens the session within the expiry the caller set on tcp(). Plain: done at once.
     virtual void handshake(HandshakeHandler done) = 0;
     virtual void readSome(boost::asio::mutable_buffer buffer, IoHandler done) = 0;
-    virtual void writeSome(boost::asio::const_buffer buffer, IoHandler done) = 0;
+    // Some of the bytes of `buffers`, in order, in one write of the stream (the buffers and
+    // what they point to must stay valid until `done`, which gets the count written).
+    virtual void writeSome(std::span<const boost::asio::const_buffer> buffers, IoHandler done) = 0;
     // All of the bytes (the buffer must stay valid until `done`).
     virtual void writeAll(boost::asio::const_buffer buffer, IoHandler done) = 0;
     // http::async_read_header / http::async_read over this transport.

@@ -71,6 +71,16 @@ Script* script = nullptr;
 
 const char kStreamPart[] = "--boundary\r\nContent-Length: 3\r\n\r\nabc";
 
+// More than the sockets between server and client hold: written in many pieces.
+const std::string& largeBody() {
+    static const std::string body = [] {
+        std::string text(8 << 20, ' ');
+        for (std::size_t i = 0; i < text.size(); ++i) text[i] = static_cast<char>('a' + i % 23);
+        return text;
+    }();
+    return body;
+}
+
 // Answers by path: the test names the behaviour in the URL.
 int fakeProcess(int* handled, std::string* response, int* asyncReply,
                 const ExchangeHolder& holder) {
@@ -79,6 +89,10 @@ int fakeProcess(int* handled, std::string* response, int* asyncReply,
     if (url == "/sync") {
         *response = std::string("<a>") + (holder.body ? holder.body : "") + "</a>";
         return 201;
+    }
+    if (url == "/large") {
+        *response = largeBody();
+        return 200;
     }
     if (url == "/async") {
         *asyncReply = 1;
@@ -229,6 +243,29 @@ TEST_F(ServerTest, RecordingExchangeAnswersLikeTheConnectionsExchange) {
     EXPECT_EQ(request.exchange().answerHeaders().size(), 1u);
     EXPECT_EQ(request.exchange().answerHeader("X-Answer"), "second");
     EXPECT_EQ(request.exchange().written(), "<a/>");
+}
+
+TEST_F(ServerTest, LargeAnswerReachesASlowReaderWholeAndItsHeadAloneAnswersHead) {
+    const int fd = connectClient(
+        "GET /large HTTP/1.1\r\nHost: x\r\n\r\nHEAD /large HTTP/1.1\r\nHost: x\r\n\r\n"
+        "GET /sync HTTP/1.1\r\nHost: x\r\n\r\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));  // the gateway's writes stall
+    const std::string head = "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: " +
+                             std::to_string(largeBody().size()) +
+                             "\r\nConnection: keep-alive\r\n\r\n";
+    const std::string expected = head + largeBody() + head +
+                                 "HTTP/1.1 201 Created\r\nContent-Type: application/xml\r\n"
+                                 "Content-Length: 7\r\nConnection: keep-alive\r\n\r\n<a></a>";
+    std::string wire;
+    std::vector<char> buffer(1 << 16);
+    while (wire.size() < expected.size()) {
+        const ssize_t n = recv(fd, buffer.data(), buffer.size(), 0);
+        if (n <= 0) break;
+        wire.append(buffer.data(), static_cast<std::size_t>(n));
+    }
+    close(fd);
+    EXPECT_TRUE(wire == expected) << wire.size() << " bytes of " << expected.size() << ": "
+                                  << wire.substr(0, 120);
 }
 
 TEST_F(ServerTest, AsynchronousAnswerFromAnotherThreadIsOneCompleteAnswer) {
