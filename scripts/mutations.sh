@@ -26,7 +26,7 @@ shift $((OPTIND - 1))
 # Fields are separated by " @@ "; the line is matched after trimming its indentation; a
 # mutated line DELETE drops the line.
 MUTATIONS=$(cat <<'EOF'
-P1 @@ plugin/pipeline/protocol_base.cpp @@ if (comma != std::string::npos) forwarded.resize(comma); @@ DELETE @@ ClientAddress\.FirstEntry
+P1 @@ plugin/pipeline/protocol_base.cpp @@ if (comma != std::string::npos) forwarded.resize(comma); @@ if (comma != std::string::npos) forwarded.resize(forwarded.size()); @@ ClientAddress\.FirstEntry
 P2 @@ plugin/pipeline/digest_challenge.cpp @@ addTextElement(doc, "statusCode", "401"); @@ addTextElement(doc, "statusString", "Unauthorized"); addTextElement(doc, "statusCode", "401"); @@ UnauthorizedDocument|PipelineTest
 P3 @@ plugin/pipeline/error_catalogue.cpp @@ if (errorNumber == kErrorBadAuthorization) return 401; @@ DELETE @@ ErrorCatalogue
 P4 @@ plugin/pipeline/result_codes.cpp @@ return kErrorInternal; @@ return kErrorBadParameters; @@ ErrorCatalogue
@@ -42,7 +42,7 @@ A2 @@ plugin/alert/supervision.cpp @@ {"eventType", "heartBeat"},         {"even
 A3 @@ plugin/alert/alert_stream_session.cpp @@ if (m_queuedBytes + bytes > kMaxQueuedBytes) { @@ if (false) { @@ AlarmOutput
 D1 @@ gateway/hostlib/digest_check.cpp @@ if (credentials.realm != realm) return challengeDue(out, realm, settings, false); @@ DELETE @@ DigestCheck
 D2 @@ gateway/hostlib/digest_check.cpp @@ out->retryLoginTime = std::max(settings.maxAttempts - lock.failures, 0); @@ out->retryLoginTime = std::max(settings.maxAttempts - lock.failures + 1, 0); @@ DigestCheck
-D3 @@ gateway/hostlib/digest_header.cpp @@ if (existing.first == name) return std::nullopt; @@ DELETE @@ DigestHeader
+D3 @@ gateway/hostlib/digest_header.cpp @@ if (existing.first == name) return std::nullopt; @@ if (existing.first == name) break; @@ DigestHeader
 S1 @@ gateway/server/request_check.cpp @@ if (hosts > 1) return HeadRefusal::kHostRepeated; @@ if (hosts > 2) return HeadRefusal::kHostRepeated; @@ ^e2e_test_gateway_http$
 S2 @@ gateway/server/connection_registry.cpp @@ if (count >= maxPerClient) return Admission::kClientFull; @@ if (count > maxPerClient) return Admission::kClientFull; @@ ^e2e_test_gateway_http$
 S3 @@ gateway/server/request_check.cpp @@ if (head.version() < 11) return HeadRefusal::kCodingOnHttp10; @@ DELETE @@ ^e2e_test_gateway_http$
