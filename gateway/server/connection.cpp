@@ -452,9 +452,11 @@ void Connection::onWritten(const std::shared_ptr<WriteJob>& job, error_code ec, 
     job->consume(n);
     if (ec || closed()) {
         m_writing = false;
+        // A failed answer is logged with its status and the bytes that went out; other raw
+        // bytes (a 100 Continue) carry no answer: closeNow logs the request as left (499).
         if (job->streamPart()) {
             m_queuedStreamBytes.fetch_sub(job->bytes().size());
-        } else {
+        } else if (job->isAnswer()) {
             logAccess(job->status(), job->written());
         }
         job->finish(WriteJob::State::kFailed);
